@@ -1,0 +1,116 @@
+#include "filesys/FitxUtils.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "filesys/IteradorFitx.h"
+
+// Operations that only name files; those that read or write contents go
+// through the file object and live in FitxUtilsCopy.cpp.
+
+bool TFitxUtils::Verifica_Existencia_Archivo_1(const TStringNomFitx& name) {
+  FILE* f = std::fopen(name.c_str(), "rb");
+  if (!f) return false;
+  std::fclose(f);
+  return true;
+}
+
+bool TFitxUtils::Crea_Carpeta(const TStringNomFitx& name, bool folder_of_file) {
+  if (folder_of_file) {
+    TStringNomFitx folder(name.npath());
+    folder += "/";
+    return Crea_Carpeta(folder, false);
+  }
+  if (name.Verifica_Existencia_Carpeta(false)) return true;
+  TStringNomFitx parent(name);
+  parent.cd("..", false);
+  // A parent that is not shorter means there is nothing above to create.
+  if (parent.Len() >= name.Len()) return false;
+  if (!Crea_Carpeta(parent, false)) return false;
+  return mkdir(name.c_str(), 0700) == 0;
+}
+
+bool TFitxUtils::Delete_File(const TStringNomFitx& name) {
+  return std::remove(name.c_str()) == 0;
+}
+
+bool TFitxUtils::Remove_Directory(const TStringNomFitx& name) { return Delete_File(name); }
+
+bool TFitxUtils::Move_File(const TStringNomFitx& src, const TStringNomFitx& dst) {
+  return std::rename(src.c_str(), dst.c_str()) == 0;
+}
+
+namespace {
+
+TStringNomFitx all_entries(const TStringNomFitx& folder) {
+  TStringNomFitx p(folder);
+  if (p.Ultimo_Caracter() != '/') p += "/";
+  p += "*.*";
+  return p;
+}
+
+bool is_dot_entry(const TStringNomFitx& path) {
+  const char* n = path.nom_fitx_ext();
+  return std::strcmp(n, ".") == 0 || std::strcmp(n, "..") == 0;
+}
+
+}  // namespace
+
+bool TFitxUtils::Borra_Carpeta(const TStringNomFitx& name) {
+  TIteradorFitx it(all_entries(name));
+  while (it.Siguiente()) {
+    if (is_dot_entry(it.fitx)) continue;
+    bool ok = it.es_carpeta ? Borra_Carpeta(it.fitx) : Delete_File(it.fitx);
+    if (!ok) return false;
+  }
+  return Delete_File(name);
+}
+
+int TFitxUtils::Num_Files_Carpeta(const TStringNomFitx& name) {
+  int n = 0;
+  TIteradorFitx it(all_entries(name));
+  while (it.Siguiente()) {
+    if (is_dot_entry(it.fitx)) continue;
+    n += it.es_carpeta ? Num_Files_Carpeta(it.fitx) : 1;
+  }
+  return n;
+}
+
+bool TFitxUtils::Files_Carpeta(const TStringNomFitx& folder, Vector<TStringNomFitx>& out,
+                               bool recursive, bool files_only) {
+  // An empty folder is the working folder, as for the iterator.
+  TStringNomFitx probe(folder.IsEmpty() ? TStringNomFitx(".") : folder);
+  if (!probe.Verifica_Existencia_Carpeta(false)) return false;
+  TIteradorFitx it(all_entries(folder));
+  while (it.Siguiente()) {
+    if (is_dot_entry(it.fitx)) continue;
+    if (it.es_carpeta) {
+      if (recursive) Files_Carpeta(it.fitx, out, true, files_only);
+      if (!files_only) out.Anyade(it.fitx);
+    } else {
+      out.Anyade(it.fitx);
+    }
+  }
+  return true;
+}
+
+bool TFitxUtils::Delete_Files(const TStringNomFitx& pattern) {
+  TStringNomFitx folder(pattern.npath());
+  DString ext = pattern.extension();
+  std::string prefix = pattern.nom_fitx_ext();
+  prefix = prefix.substr(0, prefix.find('*'));
+
+  Vector<TStringNomFitx> list(10, 10, true);
+  Files_Carpeta(folder, list, false, true);
+  bool ok = true;
+  for (int i = 0; i < list.numero; i++) {
+    const TStringNomFitx& f = list[i];
+    if (!f.es_extension(ext.c_str())) continue;
+    if (std::strncmp(f.nom_fitx_ext(), prefix.c_str(), prefix.size()) != 0) continue;
+    if (!Delete_File(f)) ok = false;
+  }
+  return ok;
+}
