@@ -40,10 +40,6 @@ int CDString::Strcmp(const char* s) const {
   return std::strcmp(str, s);
 }
 
-// Case-insensitive comparison of the text; the free function that does the
-// work lives with the parsing members.
-int Dstrcmpi(const char* a, const char* b);
-
 int CDString::Strcmpi(const char* s) const {
   if (!s) return Len() ? 1 : 0;
   if (!Len()) return *s ? 1 : 0;
