@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <set>
+#include <string>
+
+#include "FilesysTempDir.h"
+#include "filesys/FitxUtils.h"
+
+namespace {
+
+TStringNomFitx N(const std::string& s) { return TStringNomFitx(s.c_str()); }
+
+int mode_of(const std::string& p) {
+  struct stat st;
+  return stat(p.c_str(), &st) == 0 ? static_cast<int>(st.st_mode & 0777) : -1;
+}
+
+std::set<std::string> names(Vector<TStringNomFitx>& v) {
+  std::set<std::string> r;
+  for (int i = 0; i < v.numero; i++) r.insert(v[i].c_str());
+  return r;
+}
+
+class FitxUtilsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(tmp.ok()); }
+  FilesysTempDir tmp;
+};
+
+TEST_F(FitxUtilsTest, CreatesEveryMissingParentOwnerOnly) {
+  mode_t old = umask(022);
+  EXPECT_TRUE(TFitxUtils::Crea_Carpeta(N(tmp / "a/b/c/file.txt"), true));
+  umask(old);
+  for (const char* d : {"a", "a/b", "a/b/c"}) {
+    EXPECT_EQ(mode_of(tmp / d), 0700) << d;
+  }
+  EXPECT_FALSE(tmp.Exists("a/b/c/file.txt"));
+  EXPECT_TRUE(TFitxUtils::Crea_Carpeta(N(tmp / "a/b"), false));  // already there
+  EXPECT_TRUE(TFitxUtils::Verifica_Existencia_Carpeta(N(tmp / "a/b/c/x"), true));
+  EXPECT_FALSE(TFitxUtils::Verifica_Existencia_Carpeta(N(tmp / "a/b/c/x"), false));
+}
+
+TEST_F(FitxUtilsTest, RelativeNameWithMissingTopFolderCreatesNothing) {
+  // The parent of the top folder of a relative name is that folder itself.
+  std::string top = "varda-absent-" + std::to_string(getpid());
+  EXPECT_FALSE(TFitxUtils::Crea_Carpeta(N(top + "/b/file.txt"), true));
+  struct stat st;
+  EXPECT_NE(stat(top.c_str(), &st), 0);
+}
+
+TEST_F(FitxUtilsTest, DeleteMoveAndExistence) {
+  ASSERT_TRUE(tmp.Write("f.dat", "abc"));
+  EXPECT_TRUE(TFitxUtils::Verifica_Existencia_Archivo_1(N(tmp / "f.dat")));
+  EXPECT_TRUE(TFitxUtils::Move_File(N(tmp / "f.dat"), N(tmp / "g.dat")));
+  EXPECT_FALSE(tmp.Exists("f.dat"));
+  EXPECT_EQ(tmp.Read("g.dat"), "abc");
+  EXPECT_FALSE(TFitxUtils::Move_File(N(tmp / "f.dat"), N(tmp / "h.dat")));
+  EXPECT_TRUE(TFitxUtils::Delete_File(N(tmp / "g.dat")));
+  EXPECT_FALSE(TFitxUtils::Delete_File(N(tmp / "g.dat")));
+  EXPECT_FALSE(TFitxUtils::Verifica_Existencia_Archivo_1(N(tmp / "g.dat")));
+
+  ASSERT_TRUE(tmp.MakeDir("d"));
+  ASSERT_TRUE(tmp.Write("d/x", "1"));
+  EXPECT_FALSE(TFitxUtils::Remove_Directory(N(tmp / "d")));  // not empty
+  ASSERT_TRUE(TFitxUtils::Delete_File(N(tmp / "d/x")));
+  EXPECT_TRUE(TFitxUtils::Remove_Directory(N(tmp / "d")));
+}
+
+TEST_F(FitxUtilsTest, CountsListsAndDeletesWholeTrees) {
+  ASSERT_TRUE(tmp.MakeDir("t"));
+  ASSERT_TRUE(tmp.MakeDir("t/s"));
+  ASSERT_TRUE(tmp.MakeDir("t/s/deep"));
+  ASSERT_TRUE(tmp.MakeDir("t/empty"));
+  ASSERT_TRUE(tmp.Write("t/a", "1"));
+  ASSERT_TRUE(tmp.Write("t/.hidden", "2"));
+  ASSERT_TRUE(tmp.Write("t/s/b", "3"));
+  ASSERT_TRUE(tmp.Write("t/s/deep/c", "4"));
+  // A link to a folder outside the tree: deleting the tree removes the link
+  // and must leave the folder it points to alone.
+  ASSERT_TRUE(tmp.MakeDir("outside"));
+  ASSERT_TRUE(tmp.Write("outside/keep", "5"));
+  bool linked = symlink((tmp / "outside").c_str(), (tmp / "t/s/link").c_str()) == 0;
+
+  EXPECT_EQ(TFitxUtils::Num_Files_Carpeta(N(tmp / "t")), linked ? 5 : 4);
+
+  Vector<TStringNomFitx> top(10, 10, true);
+  EXPECT_TRUE(TFitxUtils::Files_Carpeta(N(tmp / "t/"), top, false, false));
+  EXPECT_EQ(names(top), (std::set<std::string>{tmp / "t/a", tmp / "t/.hidden", tmp / "t/s",
+                                               tmp / "t/empty"}));
+  Vector<TStringNomFitx> files(10, 10, true);
+  EXPECT_TRUE(TFitxUtils::Files_Carpeta(N(tmp / "t"), files, true, true));
+  std::set<std::string> want = {tmp / "t/a", tmp / "t/.hidden", tmp / "t/s/b",
+                                tmp / "t/s/deep/c"};
+  if (linked) want.insert(tmp / "t/s/link");
+  EXPECT_EQ(names(files), want);
+  Vector<TStringNomFitx> none(10, 10, true);
+  EXPECT_FALSE(TFitxUtils::Files_Carpeta(N(tmp / "nope"), none, true, false));
+
+  EXPECT_TRUE(TFitxUtils::Borra_Carpeta(N(tmp / "t")));
+  EXPECT_FALSE(tmp.Exists("t"));
+  EXPECT_EQ(tmp.Read("outside/keep"), "5");
+  EXPECT_FALSE(TFitxUtils::Borra_Carpeta(N(tmp / "t")));
+}
+
+TEST_F(FitxUtilsTest, TreeWithAnUndeletableFileIsKept) {
+  ASSERT_TRUE(tmp.MakeDir("t"));
+  ASSERT_TRUE(tmp.MakeDir("t/locked"));
+  ASSERT_TRUE(tmp.Write("t/locked/f", "x"));
+  ASSERT_EQ(chmod((tmp / "t/locked").c_str(), 0500), 0);
+  // Whoever may ignore folder permissions (root) cannot be refused this way.
+  if (access((tmp / "t/locked").c_str(), W_OK) == 0)
+    GTEST_SKIP() << "folder permissions are not enforced for this user";
+  EXPECT_FALSE(TFitxUtils::Borra_Carpeta(N(tmp / "t")));
+  EXPECT_TRUE(tmp.Exists("t"));
+  EXPECT_TRUE(tmp.Exists("t/locked/f"));
+}
+
+TEST_F(FitxUtilsTest, DeletesFilesByPrefixAndExtension) {
+  ASSERT_TRUE(tmp.MakeDir("sub"));
+  for (const char* f : {"map1.tmp", "map2.TMP", "Map3.tmp", "map4.txt", "other.tmp", "map5",
+                        "sub/map6.tmp"}) {
+    ASSERT_TRUE(tmp.Write(f, "x"));
+  }
+  EXPECT_TRUE(TFitxUtils::Delete_Files(N(tmp / "map*.tmp")));
+  EXPECT_FALSE(tmp.Exists("map1.tmp"));
+  EXPECT_FALSE(tmp.Exists("map2.TMP"));  // extension case is ignored
+  EXPECT_TRUE(tmp.Exists("Map3.tmp"));   // prefix case is not
+  EXPECT_TRUE(tmp.Exists("map4.txt"));
+  EXPECT_TRUE(tmp.Exists("other.tmp"));
+  EXPECT_TRUE(tmp.Exists("map5"));
+  EXPECT_TRUE(tmp.Exists("sub/map6.tmp"));  // one folder only
+  EXPECT_TRUE(TFitxUtils::Delete_Files(N(tmp / "*.tmp")));
+  EXPECT_FALSE(tmp.Exists("Map3.tmp"));
+  EXPECT_FALSE(tmp.Exists("other.tmp"));
+}
+
+TEST(FitxUtilsFixed, PlatformStubsGiveTheirFixedAnswers) {
+  TStringNomFitx n("/");
+  EXPECT_FALSE(TFitxUtils::IsFileReadOnly(n));
+  EXPECT_FALSE(TFitxUtils::IsFileHidden(TStringNomFitx("/x/.hidden")));
+  EXPECT_TRUE(TFitxUtils::IsFilePermanentDisk(n));
+  EXPECT_FALSE(TFitxUtils::Copy_File(n, n, true));
+  long long free_bytes = 123;
+  EXPECT_FALSE(TFitxUtils::Disk_Free(n, free_bytes));
+  EXPECT_EQ(free_bytes, 0);
+  EXPECT_FALSE(TFitxUtils::Allow_Disk_Space(n, 1));
+  Vector<DString> drives(5, 5, true);
+  DString s;
+  TFitxUtils::GetLogicalDriveStrings(drives, s);
+  EXPECT_EQ(drives.numero, 0);
+  TFitxUtils::CancelCopy(nullptr);
+}
+
+}  // namespace
