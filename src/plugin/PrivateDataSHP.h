@@ -1,0 +1,59 @@
+// PrivateDataSHP.h - the plug-in's state for one open map, hung on the host's
+// map record from open to close.
+#ifndef VARDA_PLUGIN_PRIVATEDATASHP_H
+#define VARDA_PLUGIN_PRIVATEDATASHP_H
+
+#include <vector>
+
+#include "VardaPlugIn.h"
+#include "file/FicheroITV.h"
+#include "file/FicheroITVdatos.h"
+#include "string/DString.h"
+
+// Open modes of the two files.
+constexpr int kModoLeerMapa = 4113;         // read, binary, read cache
+constexpr int kModoLeerEscribirMapa = 145;  // read, binary, update
+constexpr int kModoCrearMapa = 530;         // write, binary, new
+
+class TPrivateDataSHP {
+ public:
+  TPrivateDataSHP();
+  TPrivateDataSHP(const TPrivateDataSHP&) = delete;
+  TPrivateDataSHP& operator=(const TPrivateDataSHP&) = delete;
+
+  // Opens the .shp and, if present, the .shx; for reading and writing makes
+  // the one-time ".bak" copies first. On failure `msg` holds the text.
+  bool Abre(bool escribir, DString& msg);
+  // Closes both files, the .shp first.
+  void Cierra();
+
+  TFicheroITV shp;
+  TFicheroITV shx;
+  DString path;
+  bool shx_abierto;
+  bool modificado;
+  unsigned char cabecera[100];  // header image, in file layout
+  int num_registros;
+  bool extremos;                // the header box holds values
+  int long_shp_words;           // .shp length in 16-bit words
+
+  // Working storage reused from call to call, so that reading and writing do
+  // not allocate per record. Never seen by the host.
+  std::vector<unsigned char> registro;
+  std::vector<unsigned char> bloque;
+};
+
+// Brings an existing map into write mode once (closing and reopening both
+// files read/write); reports through `err` and returns false on failure.
+bool Set_Archivo_Modo_Leer_Escribir(TVectorMapPlugIn& map, TStringPlugIn& err);
+
+// Delivers one message to the host's error sink (nothing when there is none).
+void EnviaError(TStringPlugIn* err, const char* texto);
+
+// Formats one of the host-replaceable file messages with a file name.
+DString FormatoFichero(const char* formato, const char* por_defecto, const char* nombre);
+
+// The map's state, or null when the map was never opened.
+inline TPrivateDataSHP* Estado(TVectorMapPlugIn* map) { return map ? map->privado : nullptr; }
+
+#endif
