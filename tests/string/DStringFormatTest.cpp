@@ -1,0 +1,220 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "string/DString.h"
+
+namespace {
+
+TEST(DStringFormat, DsnprintfFlagsWidthsAndPrecision) {
+  DString s;
+  EXPECT_EQ(s.Dsnprintf("%5d|%-5d|%05d", 42, 42, 42), 17);
+  EXPECT_STREQ(s.c_str(), "   42|42   |00042");
+  s.Dsnprintf("%+d % d %+ d", 5, 5, 5);
+  EXPECT_STREQ(s.c_str(), "+5  5 +5");
+  s.Dsnprintf("%#x %#o %#X %#x %#o", 255, 8, 171, 0, 0);
+  EXPECT_STREQ(s.c_str(), "0xff 010 0XAB 0 0");
+  s.Dsnprintf("%.5d|%8.3d|%-8.3d|%+05d|%'d", 42, 42, 42, -3, 1000);
+  EXPECT_STREQ(s.c_str(), "00042|     042|042     |-0003|1000");
+  EXPECT_EQ(s.Dsnprintf("%.0d", 0), 0);
+  EXPECT_STREQ(s.c_str(), "");
+  s.Dsnprintf("%*d|%-*d|%.*d|%.*d", -4, 7, 3, 7, 3, 7, -1, 7);
+  EXPECT_STREQ(s.c_str(), "7   |7  |007|7");
+}
+
+TEST(DStringFormat, DsnprintfExtremeNumbers) {
+  DString s;
+  s.Dsnprintf("%d %x %u %o", INT_MIN, -1, UINT_MAX, 8u);
+  EXPECT_STREQ(s.c_str(), "-2147483648 ffffffff 4294967295 10");
+  s.Dsnprintf("%ld %lu %D %U %O", LONG_MIN, 7ul, -5l, 6ul, 8ul);
+  EXPECT_EQ(std::string(s.c_str()), std::to_string(LONG_MIN) + " 7 -5 6 10");
+  s.Dsnprintf("%lld|%hd", LLONG_MIN, 70000);
+  EXPECT_STREQ(s.c_str(), "-9223372036854775808|4464");
+}
+
+TEST(DStringFormat, DsnprintfTextsAndOddConversions) {
+  DString s;
+  s.Dsnprintf("%.3s|%s|%5s|%-4s|%05s", "abcdef", static_cast<const char*>(nullptr), "ab", "ab",
+              "ab");
+  EXPECT_STREQ(s.c_str(), "abc||   ab|ab  |   ab");
+  char unterminated[3] = {'x', 'y', 'z'};
+  s.Dsnprintf("%.2s", unterminated);
+  EXPECT_STREQ(s.c_str(), "xy");
+  s.Dsnprintf("%a %a %a %3a|", 27, 0, 1, 25);
+  EXPECT_STREQ(s.c_str(), "BB AA AB  AZ|");
+  s.Dsnprintf("%c%-3c|%3c|%%", 'z', 'y', 'x');
+  EXPECT_STREQ(s.c_str(), "zy  |  x|%");
+  EXPECT_EQ(s.Dsnprintf("%q"), 1);
+  EXPECT_STREQ(s.c_str(), "q");
+  s.Dsnprintf("%10q|");
+  EXPECT_STREQ(s.c_str(), "q|");
+  s.Dsnprintf("ab%");
+  EXPECT_STREQ(s.c_str(), "ab");
+  s.Dsnprintf("ab%-5.");
+  EXPECT_STREQ(s.c_str(), "ab");
+  EXPECT_EQ(s.Dsnprintf(nullptr), 0);
+  EXPECT_STREQ(s.c_str(), "");
+}
+
+TEST(DStringFormat, FormattersGrowPastAnyScratchSizeAndKeepAttributes) {
+  DString s;
+  s.SetCodepage(1252);
+  s.Set_prec_float(3);
+  int n = s.Dsnprintf("%20000d", 1);
+  EXPECT_EQ(n, 20000);
+  EXPECT_EQ(s.Len(), 20000);
+  EXPECT_EQ(s[19999], '1');
+  EXPECT_GE(s.clentot(), 20001);
+  EXPECT_EQ(s.GetCodepage(), 1252);
+  EXPECT_EQ(s.prec_floatC(), 3);
+  EXPECT_EQ(s.Dsprintf("%15000d", 2), 15000);
+  EXPECT_EQ(s.Len(), 15000);
+  EXPECT_EQ(s[14999], '2');
+  EXPECT_EQ(s.GetCodepage(), 1252);
+  std::string big(12000, 'q');
+  s.Dsprintf("<%s>", big.c_str());
+  EXPECT_EQ(s.Len(), 12002);
+}
+
+TEST(DStringFormat, FormattersMayReadTheirOwnText) {
+  DString s("abc");
+  s.Dsnprintf("x%sy%s", s.c_str(), s.c_str());
+  EXPECT_STREQ(s.c_str(), "xabcyabc");
+  s.Dsprintf("[%s]", s.c_str());
+  EXPECT_STREQ(s.c_str(), "[xabcyabc]");
+}
+
+TEST(DStringFormat, StreamOperatorsForNumbers) {
+  DString s;
+  s << INT_MIN << ' ' << static_cast<short>(-32768) << ' ' << true << false << ' ' << UINT_MAX
+    << ' ' << 4000000000ul << ' ' << LLONG_MIN << ' ' << ULLONG_MAX << ' ' << -7l;
+  EXPECT_STREQ(s.c_str(),
+               "-2147483648 -32768 10 4294967295 4000000000 -9223372036854775808 "
+               "18446744073709551615 -7");
+}
+
+TEST(DStringFormat, DigitsViaStrcatnumKeepTheCodepageOthersTakeTheTemporaries) {
+  DString a;
+  a.SetCodepage(1252);
+  a << 5;
+  EXPECT_EQ(a.GetCodepage(), 1252);
+  DString b;
+  b.SetCodepage(1252);
+  b << 5u;
+  EXPECT_EQ(b.GetCodepage(), 65001);
+  EXPECT_STREQ(b.c_str(), "5");
+}
+
+TEST(DStringFormat, DoublesFollowTheStringPrecision) {
+  DString s;
+  s << 2.0;
+  EXPECT_STREQ(s.c_str(), "2.0");
+  DString p;
+  p.Set_prec_float(3);
+  p << 2.0;
+  EXPECT_STREQ(p.c_str(), "2.000");
+  p = "";
+  p.Set_prec_float(-1);
+  p << 2.0 << '|' << 0.5f;
+  EXPECT_STREQ(p.c_str(), "2.000000|0.500000");
+  DString z;
+  z.Set_prec_float(0);
+  z << -2.5 << ' ' << 1e20;
+  EXPECT_STREQ(z.c_str(), "-2 100000000000000000000");
+}
+
+TEST(DStringFormat, PrintFloatDigits) {
+  DString s;
+  s.SetCodepage(1252);
+  s.Set_prec_float(7);
+  s.Print_Float_Cifras(3.14159, 4);
+  EXPECT_STREQ(s.c_str(), "3.142");
+  EXPECT_EQ(s.prec_floatC(), 7);        // own precision untouched
+  EXPECT_EQ(s.GetCodepage(), 65001);    // the temporary's code page travels
+  s.Print_Float_Cifras(-12.5, 4);
+  EXPECT_STREQ(s.c_str(), "-12.5");
+  s.Print_Float_Cifras(-0.25, 3);
+  EXPECT_STREQ(s.c_str(), "-0.25");
+  s.Print_Float_Cifras(123456.7, 4);
+  EXPECT_STREQ(s.c_str(), "123457");
+  s.Print_Float_Cifras(1e12, 4);
+  EXPECT_STREQ(s.c_str(), "1000000000000");
+  s.Print_Float_NoZeros(2.5);
+  EXPECT_STREQ(s.c_str(), "2.5");
+  s.Print_Float_NoZeros(100.0);
+  EXPECT_STREQ(s.c_str(), "100");
+  s.Print_Float_NoZeros(0.1);
+  EXPECT_STREQ(s.c_str(), "0.1");
+  s.Print_Float_NoZeros(-3.0);
+  EXPECT_STREQ(s.c_str(), "-3");
+}
+
+TEST(DStringFormat, DitoaBasesAndExtremes) {
+  char buf[40];
+  EXPECT_STREQ(Ditoa(-255, buf, 16), "ffffff01");
+  EXPECT_STREQ(Ditoa(-255, buf, 10), "-255");
+  EXPECT_STREQ(Ditoa(INT_MIN, buf, 10), "-2147483648");
+  EXPECT_STREQ(Ditoa(INT_MIN, buf, 2), "10000000000000000000000000000000");
+  EXPECT_STREQ(Ditoa(0, buf, 2), "0");
+  EXPECT_STREQ(Ditoa(35, buf, 36), "z");
+  EXPECT_STREQ(Ditoa(INT_MAX, buf, 10), "2147483647");
+}
+
+TEST(DStringFormat, ItoaAndStrcatnum) {
+  DString s;
+  s = "ab";  // exact capacity 3: itoa must grow before writing
+  s.itoa(INT_MIN);
+  EXPECT_STREQ(s.c_str(), "-2147483648");
+  EXPECT_GE(s.clentot(), 12);
+  s.itoa(7);
+  EXPECT_STREQ(s.c_str(), "7");
+  s.strcatnum(-1);
+  s.strcatnum(INT_MAX);
+  EXPECT_STREQ(s.c_str(), "7-12147483647");
+  DString n;
+  n = -42;
+  EXPECT_STREQ(n.c_str(), "-42");
+}
+
+TEST(DStringFormat, HexOfRawBytes) {
+  DString s;
+  s.memcat(0, "\x01\xAB\x00\x7F", 4);
+  s.PasaHex(4);
+  EXPECT_STREQ(s.c_str(), "01AB007F");
+  DString t("hi");
+  DString u = t.PasaHexL(-1);
+  EXPECT_STREQ(u.c_str(), "6869");
+  EXPECT_STREQ(t.c_str(), "hi");
+  EXPECT_STREQ(t.PasaHexL(4).c_str(), "68690000");  // nothing after the text is carried
+  DString big("a");
+  big.PasaHex(1000);  // beyond the block: only the block is read
+  EXPECT_EQ(big.Len(), 2 * 16);
+  EXPECT_EQ(std::strncmp(big.c_str(), "61", 2), 0);
+  DString none;
+  none.PasaHex(0);
+  EXPECT_EQ(none.ptr(), nullptr);
+}
+
+TEST(DStringFormat, FillAndPadding) {
+  DString s("abcdef");
+  s.rellena('x', 3);
+  EXPECT_STREQ(s.c_str(), "xxxdef");
+  DString p("abc");
+  EXPECT_EQ(p.Padding('#', 8), 8);
+  EXPECT_STREQ(p.c_str(), "abc");
+  EXPECT_EQ(std::memcmp(p.c_str() + 3, "\0####\0", 6), 0);
+  DString q("abcdefg");
+  EXPECT_EQ(q.Padding('#', 8), 8);
+  EXPECT_STREQ(q.c_str(), "abcdefg");
+  DString e;
+  EXPECT_EQ(e.Padding('-', 4), 4);
+  EXPECT_STREQ(e.c_str(), "");
+  EXPECT_EQ(std::memcmp(e.c_str(), "\0---\0", 5), 0);
+  EXPECT_EQ(q.Padding('#', 0), 8);  // no block size: only the size, nothing written
+  q.Padding('#', -3);
+  EXPECT_STREQ(q.c_str(), "abcdefg");
+}
+
+}  // namespace
