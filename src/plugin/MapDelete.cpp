@@ -68,6 +68,7 @@ class Borrado {
 };
 
 int Borrado::Borra() {
+  d_.Asienta();
   TFicheroITV& F = d_.shp;
   TFicheroITV& X = d_.shx;
   // Whatever the files hold, nothing is changed unless every position the

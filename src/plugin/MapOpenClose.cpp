@@ -96,6 +96,7 @@ VARDA_EXPORT int32_t VardaPlugIn_Close_Vector_Map(TVectorMapPlugIn* map) {
   // A map that was never opened has nothing to close.
   if (!d) return 1;
   try {
+    d->Asienta();
     if (d->modificado && map->modo_escritura) EscribeCabeceras(d, map);
   } catch (...) {
     // Closing always succeeds for the host; the files are closed below.

@@ -75,6 +75,7 @@ int LecturaMapa::Lee() {
   static TReadVectorMapPlugIn sin_lector;  // no callbacks: nothing delivered
   if (!reader_) reader_ = &sin_lector;
 
+  d_.Asienta();
   F_.Posicionate64(0);
   tam_ = F_.FileSize64();
   if (progress_) progress_->SetTotal(static_cast<int32_t>(tam_ - shp::kHeaderSize));

@@ -35,6 +35,7 @@ void ErrorEdicion(TStringPlugIn* err, int registro, const char* que) {
 
 int Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, int n,
               TVectorPointPlugIn* pts, TStringPlugIn* err) {
+  d.Asienta();
   const int k = line.id_bd;
   const long long n_reg = d.num_registros;
   const long long fin_shp = 2LL * d.long_shp_words;
@@ -109,7 +110,7 @@ int Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, int n,
 
 int Anyade(TPrivateDataSHP& d, bool crear, int tipo, TLineAttributesPlugIn& line, int n,
            TVectorPointPlugIn* pts) {
-  if (!crear) {
+  if (!crear && !d.anyadiendo) {
     d.shx.Posicionate64(shp::kHeaderSize + 8LL * d.num_registros);
     d.shp.Posicionate64(2LL * d.long_shp_words);
   }
@@ -117,19 +118,18 @@ int Anyade(TPrivateDataSHP& d, bool crear, int tipo, TLineAttributesPlugIn& line
   line.id_bd = d.num_registros;
   const long long P = d.shp.PosActual64();
 
-  // Record header, contents and (for an existing map) the end mark that the
-  // next addition overwrites, assembled and written in one run.
+  // Record header and contents, assembled and written in one run.
   std::vector<unsigned char>& r = d.bloque;
   r.resize(shp::kRecordHeaderSize);
   shp::PutBigInt(r.data(), 0, d.num_registros);
   const int bytes = Compone_Elemento(tipo, n, pts, r);
   const int32_t C = bytes / 2;
   shp::PutBigInt(r.data(), 4, C);
-  const long long Q = P + shp::kRecordHeaderSize + bytes;
-  if (!crear) r.resize(r.size() + 4, 0);
   d.shp.PonTokenBin(r.data(), static_cast<int>(r.size()), nullptr, -1);
-  if (!crear) d.shp.Posicionate64(Q);
   d.long_shp_words += 4 + C;
+  // An existing map owes its end mark after the record (a created one gets
+  // it once, on closing).
+  if (!crear) d.terminador_pendiente = d.anyadiendo = true;
 
   int32_t entrada[2] = {shp::Reverse(static_cast<int32_t>(P / 2)), shp::Reverse(C)};
   d.shx.PonTokenBin(entrada, 8, nullptr, -1);

@@ -91,6 +91,15 @@ bool TPrivateDataSHP::Abre(bool escribir, DString& msg) {
   return false;
 }
 
+void TPrivateDataSHP::Asienta() {
+  anyadiendo = false;
+  if (!terminador_pendiente) return;
+  terminador_pendiente = false;
+  int32_t cero = 0;
+  shp.Posicionate64(2LL * long_shp_words);
+  shp.PonTokenBin(&cero, 4, nullptr, -1);
+}
+
 void TPrivateDataSHP::Cierra() {
   shp.CierraEx(true, nullptr);
   shx.CierraEx(true, nullptr);

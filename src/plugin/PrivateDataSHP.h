@@ -26,6 +26,9 @@ class TPrivateDataSHP {
   bool Abre(bool escribir, DString& msg);
   // Closes both files, the .shp first.
   void Cierra();
+  // Writes the end mark still owed by the last append to an existing map;
+  // every operation other than a further append calls it first.
+  void Asienta();
 
   TFicheroITV shp;
   TFicheroITV shx;
@@ -36,6 +39,13 @@ class TPrivateDataSHP {
   int num_registros;
   bool extremos;                // the header box holds values
   int long_shp_words;           // .shp length in 16-bit words
+
+  // Appends to an existing map end the .shp with a 32-bit zero that the next
+  // append overwrites. Consecutive appends defer it (and skip re-seeking both
+  // files to where they already stand): the bytes at every other operation
+  // and at closing are the same, with a seek and a flush less per shape.
+  bool terminador_pendiente = false;
+  bool anyadiendo = false;
 
   // Working storage reused from call to call, so that reading and writing do
   // not allocate per record. Never seen by the host.
