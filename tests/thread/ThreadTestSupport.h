@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -21,6 +22,11 @@ class Gate {
   void Wait() {
     std::unique_lock<std::mutex> l(m_);
     cv_.wait(l, [this] { return open_; });
+  }
+  // Only for proving that something does not happen within a while.
+  bool WaitFor(std::chrono::milliseconds d) {
+    std::unique_lock<std::mutex> l(m_);
+    return cv_.wait_for(l, d, [this] { return open_; });
   }
 
  private:
