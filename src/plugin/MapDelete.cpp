@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "VardaPlugIn.h"
+#include "plugin/MapDelete.h"
 #include "plugin/PrivateDataSHP.h"
 #include "plugin/ShapeFileLayout.h"
 #include "plugin/exports/Export.h"
@@ -11,8 +12,6 @@
 namespace {
 
 TStringPlugIn sin_errores = {nullptr};
-
-constexpr long long kBloque = 1 << 20;
 
 void Rechaza(TStringPlugIn* err, int k, const char* que) {
   DString msg("Error: record ");
@@ -41,8 +40,9 @@ void Ceros(TFicheroITV& f, long long pos, long long n) {
 
 class Borrado {
  public:
-  Borrado(TPrivateDataSHP& d, int k, TStringPlugIn* err)
-      : d_(d), k_(k), n_(d.num_registros), fin_(2LL * d.long_shp_words), err_(err) {}
+  Borrado(TPrivateDataSHP& d, int k, TStringPlugIn* err, int bloque, bool literal)
+      : d_(d), k_(k), n_(d.num_registros), fin_(2LL * d.long_shp_words), err_(err),
+        bloque_(bloque < 8 ? 8 : bloque), literal_(literal) {}
 
   int Borra();
 
@@ -64,6 +64,8 @@ class Borrado {
   const long long n_;
   const long long fin_;
   TStringPlugIn* err_;
+  const long long bloque_;
+  const bool literal_;
   std::vector<unsigned char> idx_;  // entries k .. n as read from the index
 };
 
@@ -120,7 +122,7 @@ int Borrado::Borra() {
     EnviaError(err_, "Fatal error 3 deleting item in SHP file");
     return 0;
   }
-  return Creciente() ? Renumera(S) : RenumeraLiteral(S, N);
+  return !literal_ && Creciente() ? Renumera(S) : RenumeraLiteral(S, N);
 }
 
 // Later records that follow one another in file order, each at least a
@@ -142,11 +144,11 @@ int Borrado::Renumera(long long S) {
   d_.long_shp_words -= static_cast<int>(D);
 
   std::vector<unsigned char>& buf = d_.bloque;
-  buf.resize(static_cast<size_t>(kBloque));
+  buf.resize(static_cast<size_t>(bloque_));
   long long j = k_;            // next record to renumber: old number j + 1
   long long fallo = 0;         // record whose check failed, or 0
   for (long long a = N; a < fin_;) {
-    long long b = a + kBloque < fin_ ? a + kBloque : fin_;
+    long long b = a + bloque_ < fin_ ? a + bloque_ : fin_;
     // A number word cut by the block's end goes whole into the next block.
     if (!fallo) {
       long long jj = j;
@@ -215,6 +217,11 @@ int Borrado::RenumeraLiteral(long long S, long long N) {
 
 }  // namespace
 
+int BorraRegistro(TPrivateDataSHP& d, int k, TStringPlugIn* err, int bloque, bool literal) {
+  Borrado b(d, k, err, bloque, literal);
+  return b.Borra();
+}
+
 VARDA_EXPORT int32_t VardaPlugIn_Delete_Poliline_Vector_Map(TVectorMapPlugIn* map,
                                                             int32_t database_id,
                                                             TStringPlugIn* err) {
@@ -225,8 +232,7 @@ VARDA_EXPORT int32_t VardaPlugIn_Delete_Poliline_Vector_Map(TVectorMapPlugIn* ma
   }
   try {
     if (!Set_Archivo_Modo_Leer_Escribir(*map, err ? *err : sin_errores)) return 0;
-    Borrado b(*d, database_id, err);
-    return b.Borra();
+    return BorraRegistro(*d, database_id, err, kBloqueBorrado, false);
   } catch (...) {
     EnviaError(err, "Error: the line could not be deleted (out of memory).");
     return 0;
