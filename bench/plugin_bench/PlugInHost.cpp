@@ -1,0 +1,162 @@
+#include "PlugInHost.h"
+
+#include <dlfcn.h>
+
+#include <cstring>
+#include <stdexcept>
+#include <type_traits>
+#include <vector>
+
+namespace bench {
+
+PlugIn::PlugIn(const std::string& path) {
+  std::string where = path.find('/') == std::string::npos ? "./" + path : path;
+  handle_ = dlopen(where.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!handle_) {
+    const char* why = dlerror();
+    throw std::runtime_error("cannot load " + path + ": " + (why ? why : "unknown reason"));
+  }
+  auto version = reinterpret_cast<VardaPlugIn_Version_t>(Symbol("VardaPlugIn_Version"));
+  auto init = reinterpret_cast<VardaPlugIn_Init_t>(Symbol("VardaPlugIn_Init"));
+  version_str_ = reinterpret_cast<VardaPlugIn_VersionStr_t>(Symbol("VardaPlugIn_VersionStr"));
+  open = reinterpret_cast<VardaPlugIn_Open_Vector_Map_t>(Symbol("VardaPlugIn_Open_Vector_Map"));
+  read = reinterpret_cast<VardaPlugIn_Read_Vector_Map3_t>(Symbol("VardaPlugIn_Read_Vector_Map3"));
+  add = reinterpret_cast<VardaPlugIn_Add_Poliline_Vector_Map_t>(
+      Symbol("VardaPlugIn_Add_Poliline_Vector_Map"));
+  del = reinterpret_cast<VardaPlugIn_Delete_Poliline_Vector_Map_t>(
+      Symbol("VardaPlugIn_Delete_Poliline_Vector_Map"));
+  close = reinterpret_cast<VardaPlugIn_Close_Vector_Map_t>(Symbol("VardaPlugIn_Close_Vector_Map"));
+  if (version() != 4) {
+    dlclose(handle_);
+    throw std::runtime_error(path + " does not speak plug-in interface 4");
+  }
+  init();
+}
+
+PlugIn::~PlugIn() { dlclose(handle_); }
+
+void* PlugIn::Symbol(const char* name) {
+  void* s = dlsym(handle_, name);
+  if (!s) {
+    dlclose(handle_);
+    throw std::runtime_error(std::string("the plug-in lacks the export ") + name);
+  }
+  return s;
+}
+
+namespace {
+
+template <typename T>
+void Put(unsigned char* bytes, size_t at, T v) {
+  std::memcpy(bytes + at, &v, sizeof v);
+}
+
+// The error sink keeps the last message; the record must come first.
+struct Sink {
+  TStringPlugIn record;
+  std::string* text;
+};
+static_assert(std::is_standard_layout<Sink>::value, "the sink starts with its record");
+
+void KeepText(TStringPlugIn* self, const char* text) {
+  Sink* s = reinterpret_cast<Sink*>(self);
+  if (!s->text->empty()) *s->text += " / ";
+  *s->text += text ? text : "";
+}
+
+struct Reader {
+  TReadVectorMapPlugIn record;
+  Visit* visit;
+};
+static_assert(std::is_standard_layout<Reader>::value, "the reader starts with its record");
+
+int32_t BeginLine(TReadVectorMapPlugIn* self, TLineAttributesPlugIn*) {
+  Visit* v = reinterpret_cast<Reader*>(self)->visit;
+  return static_cast<int32_t>(v->lines++);
+}
+
+void AddPoint(TReadVectorMapPlugIn* self, int32_t, TVectorPointPlugIn* p, int32_t) {
+  Visit* v = reinterpret_cast<Reader*>(self)->visit;
+  v->vertices++;
+  v->sum += p->x + p->y + p->z;
+}
+
+// Progress as a host reports it: totals kept, never cancelled.
+class Progress final : public TProgressPlugIn {
+ public:
+  void SetTotal(int32_t bytes) override { total_ = bytes; }
+  void Advance(int32_t bytes) override { done_ += bytes; }
+  bool IsCancelled() override { return false; }
+  long long Done() const { return done_; }
+
+ private:
+  long long total_ = 0;
+  long long done_ = 0;
+};
+
+}  // namespace
+
+Attributes::Attributes() {
+  std::memset(bytes_, 0, sizeof bytes_);
+  Put<int32_t>(bytes_, 0, 196);
+  Put<int32_t>(bytes_, 12, -1);
+  Put<int32_t>(bytes_, 16, -1);
+  Put<float>(bytes_, 32, 1.0f);
+  Put<int32_t>(bytes_, 40, -1);
+  Put<float>(bytes_, 52, -1.0f);
+  Put<int32_t>(bytes_, 56, -1);
+  Put<int32_t>(bytes_, 60, -1);
+  Put<int32_t>(bytes_, 64, -1);
+  Put<float>(bytes_, 68, -1.0f);
+  Put<int32_t>(bytes_, 72, 1);
+  Put<float>(bytes_, 84, -9999.0f);
+  Put<float>(bytes_, 88, -9999.0f);
+  Put<int32_t>(bytes_, 92, -1);
+  Put<int32_t>(bytes_, 96, -1);
+  std::memset(bytes_ + 153, 0xFF, 32);
+}
+
+HostMap::~HostMap() { Close(); }
+
+bool HostMap::Open(const std::string& shp, bool create) {
+  Sink sink{{KeepText}, &error_};
+  std::memset(&map_, 0, sizeof map_);
+  map_.crear = create ? 1 : 0;
+  std::vector<char> path(shp.begin(), shp.end());
+  path.push_back('\0');
+  open_ = p_.open(path.data(), &map_, &sink.record) == 1;
+  return open_;
+}
+
+bool HostMap::Read(Visit& visit) {
+  Sink sink{{KeepText}, &error_};
+  Reader reader;
+  std::memset(&reader.record, 0, sizeof reader.record);
+  reader.record.BeginLine = BeginLine;
+  reader.record.AddPoint = AddPoint;
+  reader.visit = &visit;
+  Progress progress;
+  const bool ok = p_.read(&map_, &reader.record, &sink.record, &progress) == 1;
+  progress_bytes_ = progress.Done();
+  return ok;
+}
+
+bool HostMap::Delete(int32_t id) {
+  Sink sink{{KeepText}, &error_};
+  return p_.del(&map_, id, &sink.record) == 1;
+}
+
+bool HostMap::Add(int32_t id, int32_t flags, int32_t count, TVectorPointPlugIn* points) {
+  Sink sink{{KeepText}, &error_};
+  Attributes attr;
+  attr.SetId(id);
+  attr.get()->flags = flags;
+  return p_.add(&map_, attr.get(), count, points, &sink.record) == 1;
+}
+
+void HostMap::Close() {
+  if (open_) p_.close(&map_);
+  open_ = false;
+}
+
+}  // namespace bench
