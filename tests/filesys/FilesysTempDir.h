@@ -5,10 +5,12 @@
 
 #include <ftw.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <initializer_list>
+#include <sstream>
 #include <string>
 
 class FilesysTempDir {
@@ -23,8 +25,13 @@ class FilesysTempDir {
   ~FilesysTempDir() {
     if (path_.empty()) return;
     // Folders made read-only by a test must be writable again to be emptied.
-    nftw(path_.c_str(), &restore, 16, FTW_PHYS);
-    nftw(path_.c_str(), &remove_entry, 16, FTW_DEPTH | FTW_PHYS);
+    nftw(path_.c_str(), [](const char* p, const struct stat* st, int type, FTW*) {
+      if (type == FTW_D) chmod(p, (st->st_mode & 07777) | 0700);
+      return 0;
+    }, 16, FTW_PHYS);
+    nftw(path_.c_str(), [](const char* p, const struct stat*, int, FTW*) {
+      return std::remove(p), 0;
+    }, 16, FTW_DEPTH | FTW_PHYS);
   }
   FilesysTempDir(const FilesysTempDir&) = delete;
   FilesysTempDir& operator=(const FilesysTempDir&) = delete;
@@ -33,22 +40,23 @@ class FilesysTempDir {
   const std::string& path() const { return path_; }
   std::string operator/(const std::string& rel) const { return path_ + "/" + rel; }
 
-  // Writes `data` to the file `rel` (folders must exist).
   bool Write(const std::string& rel, const std::string& data) const {
-    FILE* f = std::fopen((*this / rel).c_str(), "wb");
-    if (!f) return false;
-    bool ok = std::fwrite(data.data(), 1, data.size(), f) == data.size();
-    return std::fclose(f) == 0 && ok;
+    std::ofstream f(*this / rel, std::ios::binary);
+    return static_cast<bool>(f << data) && static_cast<bool>(f.flush());
   }
   std::string Read(const std::string& rel) const {
-    std::string r;
-    FILE* f = std::fopen((*this / rel).c_str(), "rb");
-    if (!f) return r;
-    char buf[4096];
-    size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) r.append(buf, n);
-    std::fclose(f);
-    return r;
+    std::ifstream f(*this / rel, std::ios::binary);
+    std::ostringstream r;
+    r << f.rdbuf();
+    return r.str();
+  }
+  // Creates each entry in order: a name ending in "/" is a folder, any other
+  // a file holding "x".
+  bool Make(std::initializer_list<const char*> entries) const {
+    for (std::string e : entries) {
+      if (!(e.back() == '/' ? MakeDir(e) : Write(e, "x"))) return false;
+    }
+    return true;
   }
   bool MakeDir(const std::string& rel) const { return mkdir((*this / rel).c_str(), 0755) == 0; }
   bool Exists(const std::string& rel) const {
@@ -57,14 +65,6 @@ class FilesysTempDir {
   }
 
  private:
-  static int restore(const char* p, const struct stat* st, int type, struct FTW*) {
-    if (type == FTW_D || type == FTW_DNR) chmod(p, (st->st_mode & 07777) | 0700);
-    return 0;
-  }
-  static int remove_entry(const char* p, const struct stat*, int, struct FTW*) {
-    std::remove(p);
-    return 0;
-  }
   std::string path_;
 };
 
