@@ -10,7 +10,7 @@
 // performance targets beside the numbers they judge.
 //
 // Usage: bench_plugin [--quick] [--runs N] [--dir DIR] [--plugin PATH]
-//                     [--only LIST] [--plugin-only]
+//                     [--only LIST] [--plugin-only] [--cpu]
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <fcntl.h>
@@ -67,12 +67,13 @@ struct Options {
   std::string plugin = VARDA_BENCH_PLUGIN_PATH;
   std::set<std::string> only;
   bool plugin_only = false;
+  bool cpu = false;
 };
 
 void Usage(FILE* out) {
   std::fprintf(out,
                "usage: bench_plugin [--quick] [--runs N] [--dir DIR] [--plugin PATH]\n"
-               "                    [--only LIST] [--plugin-only]\n"
+               "                    [--only LIST] [--plugin-only] [--cpu]\n"
                "  --quick        maps of 1/50 of the full size\n"
                "  --runs N       timed runs per measurement after one warm-up run (default 5)\n"
                "  --dir DIR      keep the maps in DIR and reuse them in later runs\n"
@@ -81,7 +82,9 @@ void Usage(FILE* out) {
                "  --only LIST    comma-separated subset of: read-polyline, read-polygonz,\n"
                "                 read-point, delete, replace, append\n"
                "  --plugin-only  measure only the plug-in (no reference, no shapelib),\n"
-               "                 e.g. under a profiler\n",
+               "                 e.g. under a profiler\n"
+               "  --cpu          time with the process's CPU time (user + system) instead of\n"
+               "                 wall time: steadier on a busy machine\n",
                VARDA_BENCH_PLUGIN_PATH);
 }
 
@@ -98,6 +101,8 @@ bool ParseOptions(int argc, char** argv, Options& o) {
       o.quick = true;
     } else if (a == "--plugin-only") {
       o.plugin_only = true;
+    } else if (a == "--cpu") {
+      o.cpu = true;
     } else if (a == "--runs") {
       if (!value(v)) return false;
       o.runs = std::atoi(v.c_str());
@@ -678,6 +683,7 @@ int Run(const Options& opt) {
   const MapSpec points{MapKind::Point, 5000000 / div, 1, 1};
   const long long append_count = 100000 / div;
 
+  UseCpuClock(opt.cpu);
   PlugIn plugin(opt.plugin);
   WorkDir dir(opt.dir);
 
@@ -722,9 +728,10 @@ int Run(const Options& opt) {
   std::printf("VardaPlugIn_SHP benchmark: %s, %s, %s\n", plugin.VersionText().c_str(),
               sizeof(void*) == 8 ? "x86-64" : "i386", opt.quick ? "quick size (1/50)" : "full size");
   std::printf("plug-in %s; maps in %s\n", opt.plugin.c_str(), dir.path().c_str());
-  std::printf("median of %d runs after one discarded warm-up run, page cache warm; load average "
-              "%s (a busy machine makes every number noisy)\n",
-              opt.runs, LoadAverage().c_str());
+  std::printf("%s: median of %d runs after one discarded warm-up run, page cache warm; load "
+              "average %s (a busy machine makes every number noisy)\n",
+              opt.cpu ? "CPU time (user + system)" : "wall time", opt.runs,
+              LoadAverage().c_str());
   if (!Probe::MemoryAvailable())
     std::printf("peak RSS not measured: /proc/self/clear_refs cannot be written here\n");
   std::printf("\n");
@@ -733,8 +740,8 @@ int Run(const Options& opt) {
       "\nx ref: median time over the section's reference. rate: vertices (Mv/s) or shapes (k/s)\n"
       "per second. x shplib: the plug-in's rate over shapelib's (on the plug-in row: over the\n"
       "SHPReadObject loop or SHPWriteObject; on a shapelib row: over that row). RSS MiB: peak\n"
-      "resident size during the timed part over the resident size at its start, largest of the\n"
-      "runs. Edit references move the .shp tail only. \"makes .bak\" rows include the one-time .bak\n"
+      "resident size during the timed part over the resident size at its start, largest of all\n"
+      "runs (warm-up included). Edit references move the .shp tail only. \"makes .bak\" rows include the one-time .bak\n"
       "copies of both files that the plug-in makes before it first changes an existing map;\n"
       "\".bak present\" rows start with backups in place, so that the plug-in skips them.\n");
   std::printf("\ntargets: %d held, %d missed; %d measurements failed\n", c.table.Held(),

@@ -1,6 +1,7 @@
 #include "Measure.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -14,9 +15,11 @@ namespace bench {
 
 namespace {
 
+bool use_cpu_clock = false;
+
 double Now() {
   timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
+  clock_gettime(use_cpu_clock ? CLOCK_PROCESS_CPUTIME_ID : CLOCK_MONOTONIC, &ts);
   return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
 }
 
@@ -72,9 +75,15 @@ bool FullPwrite(int fd, const unsigned char* p, size_t n, long long at) {
 
 }  // namespace
 
+void UseCpuClock(bool cpu) { use_cpu_clock = cpu; }
+bool UsingCpuClock() { return use_cpu_clock; }
+
 bool Probe::MemoryAvailable() { return ClearRefs() && StatusKiB("VmHWM:") >= 0; }
 
 void Probe::Begin() {
+  // Freed heap memory stays resident and would hide a stretch that allocates
+  // again what an earlier one freed; hand it back first.
+  malloc_trim(0);
   base_kib_ = ClearRefs() ? StatusKiB("VmRSS:") : -1;
   start_ = Now();
 }
@@ -105,9 +114,11 @@ Stats Repeat(int runs, const Body& body) {
       if (s.error.empty()) s.error = "failed";
       return s;
     }
-    if (r == 0) continue;  // the warm-up run
-    s.seconds.push_back(probe.Seconds());
+    // Memory counts from the warm-up run on: it is the one that meets every
+    // first-time allocation. Times count only after it.
     s.peak_mib = std::max(s.peak_mib, probe.PeakDeltaMiB());
+    if (r == 0) continue;
+    s.seconds.push_back(probe.Seconds());
   }
   s.median = Median(s.seconds);
   return s;

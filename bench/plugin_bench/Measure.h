@@ -9,6 +9,11 @@
 
 namespace bench {
 
+// Which clock every Probe reports: wall time (the default) or the CPU time,
+// user and system, of the process, which a busy machine disturbs far less.
+void UseCpuClock(bool cpu);
+bool UsingCpuClock();
+
 // One timed stretch. Begin resets the kernel's resident high-water mark to
 // the current resident size, so End sees the peak of this stretch alone.
 class Probe {
@@ -32,7 +37,7 @@ struct Stats {
   std::string error;
   std::vector<double> seconds;  // the kept runs
   double median = 0.0;
-  double peak_mib = -1.0;  // the largest delta over the kept runs
+  double peak_mib = -1.0;  // the largest delta over all runs, the warm-up one included
 };
 
 // Runs `body` once to warm the caches (discarded), then `runs` more times.

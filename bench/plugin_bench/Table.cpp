@@ -64,7 +64,7 @@ void Table::Section(const std::string& label) {
 
 void Table::Print(FILE* out) const {
   std::fprintf(out, "%-*s %9s %7s %-13s %13s %-16s %7s %-12s %7s %-12s\n", kLabel, "measurement",
-               "median s", "x ref", "target", "rate", "target", "x shplib", "target", "RSS MiB",
+               "seconds", "x ref", "target", "rate", "target", "x shplib", "target", "RSS MiB",
                "target");
   std::string rule(kLabel + 9 + 7 + 13 + 13 + 16 + 7 + 12 + 7 + 12 + 9, '-');
   std::fprintf(out, "%s\n", rule.c_str());
