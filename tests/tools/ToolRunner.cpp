@@ -1,0 +1,149 @@
+#include "ToolRunner.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace vmtest {
+
+namespace fs = std::filesystem;
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream f(path, std::ios::binary);
+  std::ostringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+void CopyFile(const std::string& from, const std::string& to) {
+  fs::copy_file(from, to, fs::copy_options::overwrite_existing);
+}
+
+TempDir::TempDir() {
+  const char* base = std::getenv("VARDA_TEST_TMP");
+  std::string root = base && *base ? base : "/tmp";
+  fs::create_directories(root);
+  std::string templ = root + "/vardamap-XXXXXX";
+  std::vector<char> buf(templ.begin(), templ.end());
+  buf.push_back('\0');
+  if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
+  path_ = buf.data();
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  fs::remove_all(path_, ec);
+}
+
+Result Vardamap(const std::vector<std::string>& args, const std::string& input,
+           const std::vector<std::string>& env) {
+  TempDir io;
+  const std::string in = io / "stdin", out = io / "stdout", err = io / "stderr";
+  std::ofstream(in, std::ios::binary) << input;
+
+  std::vector<std::string> argv_s{VARDAMAP_BIN};
+  argv_s.insert(argv_s.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (std::string& a : argv_s) argv.push_back(a.data());
+  argv.push_back(nullptr);
+
+  std::vector<std::string> env_s;
+  for (char** e = environ; *e; ++e) {
+    // The tests decide on cancellation and the progress bar themselves.
+    if (std::strncmp(*e, "VARDAMAP_", 9) == 0) continue;
+    env_s.push_back(*e);
+  }
+  env_s.insert(env_s.end(), env.begin(), env.end());
+  std::vector<char*> envp;
+  for (std::string& e : env_s) envp.push_back(e.data());
+  envp.push_back(nullptr);
+
+  posix_spawn_file_actions_t fa;
+  posix_spawn_file_actions_init(&fa);
+  posix_spawn_file_actions_addopen(&fa, 0, in.c_str(), O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t pid;
+  int rc = posix_spawn(&pid, argv[0], &fa, nullptr, argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&fa);
+  if (rc != 0) throw std::runtime_error(std::string("cannot start ") + argv[0]);
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  Result r;
+  r.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  r.out = ReadFile(out);
+  r.err = ReadFile(err);
+  return r;
+}
+
+std::string CorpusDir() { return VARDA_CORPUS_DIR; }
+
+bool HaveCorpus() { return FileExists(CorpusDir() + "/pline.shp"); }
+
+std::vector<std::string> CorpusMaps() {
+  std::vector<std::string> maps;
+  std::error_code ec;
+  for (const auto& e : fs::directory_iterator(CorpusDir(), ec))
+    if (e.path().extension() == ".shp") maps.push_back(e.path().string());
+  std::sort(maps.begin(), maps.end());
+  return maps;
+}
+
+std::string CopyCorpusMap(const std::string& name, const TempDir& dir) {
+  CopyFile(CorpusDir() + "/" + name + ".shp", dir / (name + ".shp"));
+  CopyFile(CorpusDir() + "/" + name + ".shx", dir / (name + ".shx"));
+  return dir / (name + ".shp");
+}
+
+int CountLines(const std::string& text) {
+  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+bool HaveProgram(const std::string& name) {
+  for (const char* dir : {"/usr/bin/", "/bin/", "/usr/local/bin/"})
+    if (access((std::string(dir) + name).c_str(), X_OK) == 0) return true;
+  return false;
+}
+
+std::vector<DumpShape> ParseDump(const std::string& text) {
+  std::vector<DumpShape> shapes;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream words(line);
+    if (line[0] != ' ') {
+      // shape ID KIND [z] flags=0xNN points=N
+      DumpShape s;
+      std::string word;
+      words >> word >> s.id >> s.kind;
+      while (words >> word) {
+        if (word == "z") s.z = true;
+        else if (word.rfind("flags=", 0) == 0) s.flags = std::stoul(word.substr(6), nullptr, 16);
+      }
+      shapes.push_back(s);
+      continue;
+    }
+    std::vector<double> p;
+    for (std::string v; words >> v;) p.push_back(std::strtod(v.c_str(), nullptr));
+    if (!shapes.empty()) shapes.back().points.push_back(p);
+  }
+  return shapes;
+}
+
+}  // namespace vmtest

@@ -1,0 +1,43 @@
+// Commands.h - one function per command; each returns the exit code or
+// throws ToolError. Normal output goes to `out` (standard output).
+#ifndef VARDAMAP_COMMANDS_H
+#define VARDAMAP_COMMANDS_H
+
+#include <istream>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace vardamap {
+
+struct AddOptions {
+  std::string map;
+  bool create = false;
+  std::string kind = "line";
+  int id = 0;  // 0: append
+  bool z = false;
+};
+
+// `plugin` is the --plugin path ("" for the default search).
+int RunVersion(const std::string& plugin, std::ostream& out);
+int RunInfo(const std::string& plugin, const std::string& map, std::ostream& out);
+int RunDump(const std::string& plugin, const std::string& map, const std::string& inpoint,
+            const std::string& format, std::ostream& out);
+int RunRender(const std::string& plugin, const std::vector<std::string>& maps,
+              const std::string& output, int size, std::ostream& out);
+int RunAdd(const std::string& plugin, const AddOptions& options, std::istream& in, std::ostream& out);
+int RunDelete(const std::string& plugin, const std::string& map, std::vector<int> ids,
+              std::ostream& out);
+int RunCheck(const std::string& plugin, const std::string& map, std::ostream& out);
+int RunDemo(const std::string& plugin, const std::string& dir, std::ostream& out);
+
+// Prints "vardamap: warning: TEXT" on standard error.
+void Warn(const std::string& text);
+// Writes `text` to `path`, or throws ToolError(kExitFailed).
+void WriteFile(const std::string& path, const std::string& text);
+// The last component of a path.
+std::string BaseName(const std::string& path);
+
+}  // namespace vardamap
+
+#endif

@@ -1,0 +1,23 @@
+// GeoJson.h - shapes as a GeoJSON FeatureCollection: open lines become
+// LineStrings, closed lines Polygons (or MultiPolygons when they hold more
+// than one outer ring), points Points; the database id is kept as a property.
+#ifndef VARDAMAP_GEOJSON_H
+#define VARDAMAP_GEOJSON_H
+
+#include <ostream>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "Map.h"
+
+namespace vardamap {
+
+nlohmann::ordered_json GeometryOf(const Shape& shape);
+nlohmann::ordered_json FeatureOf(const Shape& shape);
+// One feature per line, so that large maps stay readable and diffable.
+void WriteFeatureCollection(std::ostream& out, const std::vector<Shape>& shapes);
+
+}  // namespace vardamap
+
+#endif

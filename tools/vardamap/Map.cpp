@@ -1,0 +1,198 @@
+#include "Map.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <type_traits>
+
+#include "Errors.h"
+#include "Progress.h"
+
+namespace vardamap {
+
+std::string KindName(int kind) {
+  switch (kind) {
+    case kKindLine:
+      return "line";
+    case kKindPolygon:
+      return "polygon";
+    case kKindPoint:
+      return "point";
+    default:
+      return "kind " + std::to_string(kind);
+  }
+}
+
+std::vector<std::vector<Point>> SplitRings(const std::vector<Point>& points) {
+  std::vector<std::vector<Point>> rings;
+  size_t start = 0;
+  for (size_t i = 0; i < points.size(); ++i) {
+    if (i == start) {
+      rings.emplace_back();
+      rings.back().push_back(points[i]);
+      continue;
+    }
+    rings.back().push_back(points[i]);
+    if (points[i].x == points[start].x && points[i].y == points[start].y) start = i + 1;
+  }
+  return rings;
+}
+
+void Box::Add(const Point& p) {
+  if (empty) {
+    xmin = xmax = p.x;
+    ymin = ymax = p.y;
+    empty = false;
+    return;
+  }
+  xmin = std::min(xmin, p.x);
+  xmax = std::max(xmax, p.x);
+  ymin = std::min(ymin, p.y);
+  ymax = std::max(ymax, p.y);
+}
+
+void Box::Add(const Box& b) {
+  if (b.empty) return;
+  Add(Point{b.xmin, b.ymin, 0});
+  Add(Point{b.xmax, b.ymax, 0});
+}
+
+Box BoxOf(const std::vector<Shape>& shapes) {
+  Box box;
+  for (const Shape& s : shapes)
+    for (const Point& p : s.points) box.Add(p);
+  return box;
+}
+
+namespace {
+
+// The host's reader: the plug-in calls back with the record itself, which is
+// the first member here, so the collector is found from its address.
+struct Collector {
+  TReadVectorMapPlugIn record;
+  std::vector<Shape>* shapes;
+  bool* out_of_memory;
+};
+static_assert(std::is_standard_layout<Collector>::value, "the reader must start with its record");
+
+int32_t BeginLine(TReadVectorMapPlugIn* self, TLineAttributesPlugIn* line) {
+  Collector* c = reinterpret_cast<Collector*>(self);
+  try {
+    Shape s;
+    s.id = line->id_bd;
+    s.flags = line->flags;
+    s.declared_points = line->num_puntos;
+    // The count comes from the file: reserve only a sane amount up front.
+    if (s.declared_points > 0) s.points.reserve(std::min<int32_t>(s.declared_points, 1 << 16));
+    c->shapes->push_back(std::move(s));
+    return static_cast<int32_t>(c->shapes->size() - 1);
+  } catch (const std::bad_alloc&) {
+    *c->out_of_memory = true;
+    return -1;
+  }
+}
+
+void AddPoint(TReadVectorMapPlugIn* self, int32_t line, TVectorPointPlugIn* point, int32_t) {
+  Collector* c = reinterpret_cast<Collector*>(self);
+  if (line < 0 || static_cast<size_t>(line) >= c->shapes->size()) return;
+  try {
+    (*c->shapes)[line].points.push_back(Point{point->x, point->y, point->z});
+  } catch (const std::bad_alloc&) {
+    *c->out_of_memory = true;
+  }
+}
+
+}  // namespace
+
+Map::Map(PlugIn& plugin, const std::string& path, bool create) : plugin_(plugin), path_(path) {
+  std::memset(&record_, 0, sizeof record_);
+  record_.crear = create ? 1 : 0;
+  std::vector<std::string> messages;
+  ErrorSink sink(&messages);
+  std::vector<char> cpath(path.begin(), path.end());
+  cpath.push_back('\0');
+  if (!plugin_.Open(cpath.data(), &record_, &sink.record)) {
+    std::string why = ErrorSink::Join(messages);
+    throw Failed(path + ": " + (why.empty() ? "the plug-in could not open the map" : why));
+  }
+  open_ = true;
+}
+
+Map::~Map() { Close(); }
+
+void Map::Close() {
+  if (!open_) return;
+  plugin_.Close(&record_);
+  open_ = false;
+}
+
+ReadOutcome Map::Read(const std::string& options, Progress* progress) {
+  ReadOutcome out;
+  bool out_of_memory = false;
+  Collector collector;
+  std::memset(&collector.record, 0, sizeof collector.record);
+  collector.record.BeginLine = BeginLine;
+  collector.record.AddPoint = AddPoint;
+  collector.record.opciones = options.empty() ? nullptr : options.c_str();
+  collector.shapes = &out.shapes;
+  collector.out_of_memory = &out_of_memory;
+  ErrorSink sink(&out.messages);
+  out.ok = plugin_.Read(&record_, &collector.record, &sink.record, progress) != 0;
+  if (progress) {
+    progress->Finish();
+    out.records = progress->records();
+    out.cancelled = !out.ok && progress->cancelled();
+  }
+  if (out_of_memory) {
+    out.ok = false;
+    out.messages.push_back("out of memory while keeping the shapes");
+  }
+  return out;
+}
+
+ReadOutcome Map::ReadAll(const std::string& options, const std::string& label) {
+  Progress progress(label);
+  ReadOutcome out = Read(options, &progress);
+  if (out.cancelled) throw Cancelled();
+  if (!out.ok) {
+    std::string why = ErrorSink::Join(out.messages);
+    throw Failed(path_ + ": " + (why.empty() ? "the plug-in could not read the map" : why));
+  }
+  return out;
+}
+
+int32_t Map::Add(int32_t flags, const std::vector<Point>& points, int32_t replace_id) {
+  LineAttributes line;
+  line.set_flags(flags);
+  line.set_database_id(replace_id);
+  std::vector<TVectorPointPlugIn> array(points.size());
+  for (size_t i = 0; i < points.size(); ++i) {
+    std::memset(&array[i], 0, sizeof array[i]);
+    array[i].tamanyo = sizeof(TVectorPointPlugIn);
+    array[i].x = points[i].x;
+    array[i].y = points[i].y;
+    array[i].z = points[i].z;
+    array[i].m = -1.0;
+  }
+  std::vector<std::string> messages;
+  ErrorSink sink(&messages);
+  if (!plugin_.Add(&record_, line.get(), static_cast<int32_t>(array.size()), array.data(),
+                   &sink.record)) {
+    std::string why = ErrorSink::Join(messages);
+    throw Failed(path_ + ": " + (why.empty() ? "the plug-in could not add the shape" : why));
+  }
+  return line.database_id();
+}
+
+std::vector<std::string> Map::Delete(int32_t id) {
+  std::vector<std::string> messages;
+  ErrorSink sink(&messages);
+  if (!plugin_.Delete(&record_, id, &sink.record)) {
+    std::string why = ErrorSink::Join(messages);
+    throw Failed(path_ + ": record " + std::to_string(id) + ": " +
+                 (why.empty() ? "the plug-in could not delete it" : why));
+  }
+  return messages;
+}
+
+}  // namespace vardamap

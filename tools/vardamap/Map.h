@@ -1,0 +1,96 @@
+// Map.h - one map opened through the plug-in, and the shapes it delivers.
+#ifndef VARDAMAP_MAP_H
+#define VARDAMAP_MAP_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "PlugIn.h"
+
+namespace vardamap {
+
+// Shape kinds of the line-attribute flags (low bits); 0x80 means "no Z".
+enum ShapeKind { kKindLine = 0, kKindPolygon = 1, kKindPoint = 3 };
+constexpr int32_t kFlagNoZ = 0x80;
+
+struct Point {
+  double x = 0, y = 0, z = 0;
+};
+
+struct Shape {
+  int32_t id = 0;               // database id: the record number from 1
+  int32_t flags = 0;            // as delivered
+  int32_t declared_points = 0;  // the count announced before the points
+  std::vector<Point> points;
+
+  int kind() const { return flags & 0x7F; }
+  bool is_point() const { return kind() == kKindPoint; }
+  bool is_closed() const { return kind() == kKindPolygon; }
+  // Points are never given a Z by the plug-in, whatever their flags say.
+  bool has_z() const { return !is_point() && (flags & kFlagNoZ) == 0; }
+};
+
+// "line", "polygon", "point" or "kind N".
+std::string KindName(int kind);
+
+// A closed line is delivered as one run of points; its rings are cut where
+// the run comes back to the first point of the current ring, the same rule
+// by which the plug-in cut them into parts when they were written.
+std::vector<std::vector<Point>> SplitRings(const std::vector<Point>& points);
+
+struct Box {
+  bool empty = true;
+  double xmin = 0, ymin = 0, xmax = 0, ymax = 0;
+  void Add(const Point& p);
+  void Add(const Box& b);
+};
+Box BoxOf(const std::vector<Shape>& shapes);
+
+class Progress;
+
+struct ReadOutcome {
+  bool ok = false;
+  bool cancelled = false;
+  int records = 0;  // records the plug-in counted (delivered or skipped)
+  std::vector<Shape> shapes;
+  std::vector<std::string> messages;
+};
+
+// Opens on construction, closes on destruction (or Close()).
+class Map {
+ public:
+  // Throws ToolError(kExitFailed) with the plug-in's message when it refuses.
+  Map(PlugIn& plugin, const std::string& path, bool create);
+  ~Map();
+  Map(const Map&) = delete;
+  Map& operator=(const Map&) = delete;
+
+  // Reads every shape; `options` is the reader's options text ("" for none).
+  ReadOutcome Read(const std::string& options, Progress* progress);
+  // Reads every shape or throws: ToolError(kExitCancelled) on cancellation,
+  // ToolError(kExitFailed) with the plug-in's message on refusal.
+  ReadOutcome ReadAll(const std::string& options, const std::string& label);
+
+  // Adds a shape (or replaces record `replace_id` when it is between 1 and
+  // the record count); returns the database id the plug-in gave it.
+  // Throws ToolError(kExitFailed) with the plug-in's message on refusal.
+  int32_t Add(int32_t flags, const std::vector<Point>& points, int32_t replace_id);
+  // Deletes record `id`. Throws ToolError(kExitFailed) on refusal; messages
+  // the plug-in gave while succeeding are returned as warnings.
+  std::vector<std::string> Delete(int32_t id);
+
+  void Close();
+  bool index_found() const { return record_.shx_abierto != 0; }
+  const std::string& path() const { return path_; }
+
+ private:
+  PlugIn& plugin_;
+  std::string path_;
+  TVectorMapPlugIn record_;
+  bool open_ = false;
+};
+
+}  // namespace vardamap
+
+#endif
