@@ -143,7 +143,7 @@ long long ReadLoop(const std::string& path) {
   return total;
 }
 
-bool CopyFile(const std::string& from, const std::string& to, std::string& error) {
+bool CopyFile(const std::string& from, const std::string& to, std::string& error, bool flush) {
   int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) {
     error = Why("cannot open", from);
@@ -179,7 +179,7 @@ bool CopyFile(const std::string& from, const std::string& to, std::string& error
     }
     if (!ok) break;
   }
-  if (ok && ::fdatasync(out) != 0) {
+  if (ok && flush && ::fdatasync(out) != 0) {
     error = Why("cannot flush", to);
     ok = false;
   }

@@ -50,9 +50,10 @@ double Median(std::vector<double> v);
 
 // Reads a file to its end in 64 KiB blocks; the bytes read, -1 on failure.
 long long ReadLoop(const std::string& path);
-// Copies a file and flushes the copy to disk, so that later timed work does
-// not share the disk with its write-back.
-bool CopyFile(const std::string& from, const std::string& to, std::string& error);
+// Copies a file in 1 MiB blocks. With `flush` the copy is also flushed to
+// disk, so that later timed work does not share the disk with its write-back.
+bool CopyFile(const std::string& from, const std::string& to, std::string& error,
+              bool flush = true);
 // Moves the bytes from `from` to the end of the file by `shift` bytes with
 // pread/pwrite in 1 MiB blocks: towards the start (negative; the freed end is
 // zeroed) or towards the end (positive; the gap is filled).
