@@ -78,6 +78,26 @@ TEST(DStringFormat, FormattersGrowPastAnyScratchSizeAndKeepAttributes) {
   EXPECT_EQ(s.Len(), 12002);
 }
 
+TEST(DStringFormat, GrowthAroundTheReservedTarget) {
+  // "%s" reserves 2 + 20 characters first: cross that edge one by one.
+  for (int len = 15; len <= 30; len++) {
+    std::string text(static_cast<size_t>(len), 'k');
+    DString s;
+    EXPECT_EQ(s.Dsnprintf("%s", text.c_str()), len);
+    EXPECT_EQ(std::string(s.c_str()), text);
+    EXPECT_GT(s.clentot(), len);
+  }
+  for (int len = 0; len <= 20; len++) {
+    DString p(std::string(static_cast<size_t>(len), 'p').c_str());
+    int padded = p.Padding('#', 8);
+    EXPECT_EQ(padded % 8, 0);
+    EXPECT_GE(padded, len + 1);
+    EXPECT_EQ(p.Len(), len);
+    EXPECT_EQ(p.c_str()[padded], 0);
+    EXPECT_GT(p.clentot(), padded);
+  }
+}
+
 TEST(DStringFormat, FormattersMayReadTheirOwnText) {
   DString s("abc");
   s.Dsnprintf("x%sy%s", s.c_str(), s.c_str());
