@@ -58,11 +58,13 @@ TFicheroITV::TFicheroITV()
       cache(nullptr),
       long_fichero_cache(0),
       tam_cache(0),
-      pos_cache(0),
+      base_cache(0),
+      off_cache(0),
       ini_cache(0),
       fin_cache(0),
       limite_cache(0),
       error_cache(0),
+      lim_off(0),
       es_memoria(false),
       codepage_del_fichero(false) {}
 
@@ -126,6 +128,7 @@ bool TFicheroITV::Abre(const TStringNomFitx& name, int mode, DString* err) {
       bool x = false;
       if (vMultipleFiles->AbreMiembro(principal, miembro, *this, tratado, x, err)) {
         xor_datos = x;
+        actualiza_rapido();
         Posicionate64(0);
         if ((modo & MODO_TEXTO) && (modo & MODO_LEER)) {
           if (!Lee_BOM()) codepage = 1;
@@ -199,6 +202,7 @@ bool TFicheroITV::Abre(const TStringNomFitx& name, int mode, DString* err) {
     if (nuevo && !(modo & MODO_SIN_BOM)) Guarda_BOM(DUString::default_codepage);
   }
 
+  actualiza_rapido();
   if (leyendo && (modo & MODO_VERSION)) *this >> version;
   linea = 0;
   return true;
@@ -207,6 +211,7 @@ bool TFicheroITV::Abre(const TStringNomFitx& name, int mode, DString* err) {
 int TFicheroITV::CierraEx(bool, DString* err) {
   delete[] cache;
   cache = nullptr;
+  actualiza_rapido();
   // Bytes pushed back belong to the file that is being closed.
   num_devueltos = 0;
   if (duplicado) {

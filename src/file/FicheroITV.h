@@ -208,27 +208,44 @@ class TFicheroITV {
   char* cache;
   long long long_fichero_cache;
   int tam_cache;
-  long long pos_cache;
+  // The logical position while the cache is on, pos_cache(), is kept as
+  // base_cache + off_cache. While it lies inside the span, base_cache is
+  // ini_cache and off_cache the offset in the buffer, so that the typed reads
+  // below move one machine word only (32 bits on 32-bit targets).
+  long long base_cache;
+  long off_cache;
   long long ini_cache;
   long long fin_cache;
   long long limite_cache;
   int error_cache;
 
  private:
-  // The cached read of n bytes when they lie wholly inside the loaded span:
-  // exactly what LeeTokenBin would do there, without leaving the caller.
+  long long pos_cache() const { return base_cache + off_cache; }
+  void pon_pos_cache(long long p);
+
+  // The typed binary read of n bytes when they lie wholly inside the loaded
+  // span: exactly what operator>> would do there, without leaving the caller.
+  // `lim_off` is the span's length while such reads are allowed (cache on,
+  // binary mode, position inside the span), else 0.
   bool lee_rapido(void* v, int n) {
-    if ((modo & (MODO_TEXTO | MODO_BINARIO)) != MODO_BINARIO) return false;
-    return lee_span(v, n);
-  }
-  bool lee_span(void* v, int n) {
-    if (!cache || es_memoria || long_fichero_cache < 0 || pos_cache < ini_cache ||
-        pos_cache + n > fin_cache)
+    if (static_cast<unsigned long>(off_cache) + static_cast<unsigned long>(n) >
+        static_cast<unsigned long>(lim_off))
       return false;
-    std::memcpy(v, cache + (pos_cache - ini_cache), static_cast<size_t>(n));
-    pos_cache += n;
+    std::memcpy(v, cache + off_cache, static_cast<size_t>(n));
+    off_cache += n;
     return true;
   }
+  // The same for LeeTokenBin, which reads raw bytes in every mode.
+  bool lee_span(void* v, int n) {
+    if (!cache || es_memoria || long_fichero_cache < 0 || base_cache != ini_cache ||
+        off_cache < 0 || static_cast<long long>(off_cache) + n > fin_cache - ini_cache)
+      return false;
+    std::memcpy(v, cache + off_cache, static_cast<size_t>(n));
+    off_cache += n;
+    return true;
+  }
+  void actualiza_rapido();
+  bool carga_span(long long pos, long long& nueva);
   bool lee_cache(void* buf, int n, int chunk);
   bool lee_byte(char& c);
   bool lee_texto_tipo(DString& dato);
@@ -245,6 +262,7 @@ class TFicheroITV {
   TFicheroITV& lee_float(float& v);
   TFicheroITV& lee_double(double& v);
 
+  long lim_off;
   bool es_memoria;
   // The code page came from the file itself (byte-order mark or its absence)
   // and is looked for again when the object opens another text file.

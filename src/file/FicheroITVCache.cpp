@@ -1,7 +1,7 @@
 // FicheroITVCache.cpp - the read cache and every positioning operation.
 //
 // While the cache is on, one span of at most 64 KiB of the file is held in
-// `cache`; `pos_cache` is the logical position, and the backend is touched
+// `cache`; pos_cache() is the logical position, and the backend is touched
 // only when a read leaves the span.
 
 #include <new>
@@ -12,12 +12,30 @@ namespace {
 constexpr int kTamSpan = 0x10000;
 }
 
+void TFicheroITV::actualiza_rapido() {
+  bool permitido = cache && !es_memoria && long_fichero_cache >= 0 && base_cache == ini_cache &&
+                   (modo & (MODO_TEXTO | MODO_BINARIO)) == MODO_BINARIO;
+  lim_off = permitido ? static_cast<long>(fin_cache - ini_cache) : 0;
+}
+
+void TFicheroITV::pon_pos_cache(long long p) {
+  if (cache && p >= ini_cache && p - ini_cache <= fin_cache - ini_cache) {
+    base_cache = ini_cache;
+    off_cache = static_cast<long>(p - ini_cache);
+  } else {
+    base_cache = p;
+    off_cache = 0;
+  }
+  actualiza_rapido();
+}
+
 void TFicheroITV::SetCache(bool on) {
   if (on == (cache != nullptr)) return;
   if (!on) {
     // The backend stays where the last load left it; callers seek explicitly.
     delete[] cache;
     cache = nullptr;
+    actualiza_rapido();
     return;
   }
   long long pos = PosActual64();
@@ -37,11 +55,21 @@ void TFicheroITV::SetCache(bool on) {
   if (!nuevo) return;  // no memory for the span: the file is read uncached
   tam_cache = static_cast<int>(tam);
   cache = nuevo;
-  ini_cache = fin_cache = pos_cache = pos;
+  ini_cache = fin_cache = pos;
+  pon_pos_cache(pos);
   LoadCache(pos);
 }
 
 bool TFicheroITV::LoadCache(long long pos) {
+  long long p = pos_cache();
+  bool ok = carga_span(pos, p);
+  pon_pos_cache(p);
+  return ok;
+}
+
+// Loads the span for `pos`; on success `nueva` receives the new logical
+// position, on failure it is left alone.
+bool TFicheroITV::carga_span(long long pos, long long& nueva) {
   long long start = pos;
   if (margen_cache != 0) {
     start = pos - margen_cache;
@@ -65,12 +93,14 @@ bool TFicheroITV::LoadCache(long long pos) {
   }
   if (ini_cache != start) backend->Posicionate64(ini_cache + offset_sub);
   if (!backend->LeeBytes(cache, static_cast<int>(fin_cache - ini_cache))) {
+    // What was read is not the file's: serve nothing from it.
+    fin_cache = ini_cache;
     error_cache = 1;
     return false;
   }
   // When the span was pulled back the requested position is kept in its low
   // 32 bits only: files served through the cache stay below 2 GiB.
-  pos_cache = movido ? static_cast<long long>(static_cast<int>(pos)) : start;
+  nueva = movido ? static_cast<long long>(static_cast<int>(pos)) : start;
   return true;
 }
 
@@ -78,13 +108,15 @@ bool TFicheroITV::lee_cache(void* buf, int n, int chunk) {
   if (n < 0) return false;
   if (n > tam_cache) {
     // Larger than the span: straight from the backend, the span untouched.
-    bool colocado = backend && backend->Posicionate64(pos_cache + offset_sub);
-    pos_cache += n;
+    long long p = pos_cache();
+    bool colocado = backend && backend->Posicionate64(p + offset_sub);
+    pon_pos_cache(p + n);
     return colocado && backend->LeeBytes(buf, n);
   }
   if (long_fichero_cache < 0) return false;
-  if (pos_cache + n > fin_cache && !LoadCache(pos_cache)) return false;
-  long long off = pos_cache - ini_cache;
+  if (pos_cache() + n > fin_cache && !LoadCache(pos_cache())) return false;
+  long long p = pos_cache();
+  long long off = p - ini_cache;
   if (off > tam_cache) return false;
   long long validos = fin_cache - ini_cache;
   char* dest = static_cast<char*>(buf);
@@ -101,13 +133,13 @@ bool TFicheroITV::lee_cache(void* buf, int n, int chunk) {
     std::memcpy(dest, cache + off, static_cast<size_t>(copiables));
     std::memset(dest + copiables, 0, static_cast<size_t>(n - copiables));
   }
-  pos_cache += n;
+  pon_pos_cache(p + n);
   return chunk != 0;
 }
 
 bool TFicheroITV::PosicionateCache(long long pos) {
   if (ini_cache <= pos && pos <= fin_cache) {
-    pos_cache = pos;
+    pon_pos_cache(pos);
     return true;
   }
   return LoadCache(pos);
@@ -125,7 +157,7 @@ bool TFicheroITV::Posicionate(int pos) { return Posicionate64(pos); }
 long long TFicheroITV::PosActual64() {
   long long p;
   if (cache)
-    p = pos_cache;
+    p = pos_cache();
   else
     p = backend ? backend->PosActual64() - offset_sub : 0;
   return p - num_devueltos;
@@ -142,17 +174,18 @@ long long TFicheroITV::FileSize64() {
 int TFicheroITV::FileSize() { return static_cast<int>(FileSize64()); }
 
 bool TFicheroITV::eof() {
-  if (cache) return error_cache ? true : pos_cache >= limite_cache;
+  if (cache) return error_cache ? true : pos_cache() >= limite_cache;
   return backend ? backend->eof() : true;
 }
 
 void TFicheroITV::Skip(int n) {
   long long destino = PosActual64() + n;
   if (cache) {
-    if (ini_cache <= destino && destino <= fin_cache)
-      pos_cache = destino;
-    else
+    if (ini_cache <= destino && destino <= fin_cache) {
+      pon_pos_cache(destino);
+    } else {
       LoadCache(destino);
+    }
   } else {
     Posicionate64(destino);
   }

@@ -171,7 +171,6 @@ bool TFicheroITV::CreateDuplicateWithData(TFicheroITV& origen, TStringNomFitx& n
   cache = datos;
   long_fichero_cache = n;
   tam_cache = n;
-  pos_cache = 0;
   ini_cache = 0;
   fin_cache = n;
   limite_cache = n;
@@ -180,5 +179,6 @@ bool TFicheroITV::CreateDuplicateWithData(TFicheroITV& origen, TStringNomFitx& n
   // on, no seek reaches the borrowed backend.
   long_sub = n;
   offset_sub = 255;
+  pon_pos_cache(0);
   return true;
 }
