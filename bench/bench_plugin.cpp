@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -135,6 +136,31 @@ bool ParseOptions(int argc, char** argv, Options& o) {
   return true;
 }
 
+// Files removed when the run is interrupted: a full-size run would otherwise
+// leave about a gigabyte in the temporary folder. The handler may only use
+// what is async-signal-safe, hence fixed buffers filled beforehand.
+constexpr int kMaxCleanup = 16;
+char g_cleanup[kMaxCleanup][1024];
+char g_cleanup_dir[1024];
+volatile sig_atomic_t g_cleanup_count = 0;
+
+void CleanUpOnSignal(const std::string& path) {
+  if (g_cleanup_count >= kMaxCleanup || path.size() >= sizeof g_cleanup[0]) return;
+  std::memcpy(g_cleanup[g_cleanup_count], path.c_str(), path.size() + 1);
+  g_cleanup_count = g_cleanup_count + 1;
+}
+
+extern "C" void OnSignal(int sig) {
+  for (int i = 0; i < g_cleanup_count; i++) ::unlink(g_cleanup[i]);
+  if (g_cleanup_dir[0]) ::rmdir(g_cleanup_dir);
+  ::signal(sig, SIG_DFL);
+  ::raise(sig);
+}
+
+void CatchSignals() {
+  for (int sig : {SIGINT, SIGTERM, SIGHUP}) ::signal(sig, OnSignal);
+}
+
 // The folder of the maps: either the caller's, kept, or a temporary one that
 // is removed with everything in it when the run ends.
 class WorkDir {
@@ -154,6 +180,7 @@ class WorkDir {
     if (!::mkdtemp(buf.data()))
       throw std::runtime_error("cannot create a folder like " + templ + ": " + std::strerror(errno));
     path_ = buf.data();
+    if (path_.size() < sizeof g_cleanup_dir) std::memcpy(g_cleanup_dir, path_.c_str(), path_.size() + 1);
   }
   ~WorkDir() {
     for (const std::string& f : files_) RemoveFile(f);
@@ -167,8 +194,10 @@ class WorkDir {
   // A map written here: removed at the end unless the folder is kept.
   void Owns(const MapFiles& m) {
     if (keep_) return;
-    files_.push_back(m.shp);
-    files_.push_back(m.shx);
+    for (const std::string& f : {m.shp, m.shx}) {
+      files_.push_back(f);
+      CleanUpOnSignal(f);
+    }
   }
 
  private:
@@ -690,8 +719,10 @@ std::string LoadAverage() {
 MapFiles ProvideMap(WorkDir& dir, const std::string& name, const MapSpec& spec) {
   const std::string stem = dir.path() + "/" + name + "_" + std::to_string(spec.records);
   MapFiles plan = PlanMap(stem, spec);
+  // A map cut short by an interrupted run has the right size only once its
+  // records are all there, and its header only after that.
   if (dir.kept() && FileSize(plan.shp) == plan.shp_bytes &&
-      FileSize(plan.shx) == 100 + 8 * spec.records) {
+      FileSize(plan.shx) == 100 + 8 * spec.records && HeaderLength(plan.shp) == plan.shp_bytes) {
     std::fprintf(stderr, "bench_plugin: reusing %s\n", plan.shp.c_str());
     return plan;
   }
@@ -729,6 +760,8 @@ int Run(const Options& opt) {
   c.opt = opt;
   c.plugin = &plugin;
   c.scratch = dir.path() + "/scratch";
+  for (const char* ext : {".shp", ".shx", ".shp.bak", ".shx.bak"}) CleanUpOnSignal(c.scratch + ext);
+  CatchSignals();
 
   const bool any_polyline = Wanted(opt, "read-polyline") || Wanted(opt, "delete") ||
                             Wanted(opt, "replace") || Wanted(opt, "append");
@@ -762,14 +795,15 @@ int Run(const Options& opt) {
   std::printf("\n");
   c.table.Print(stdout);
   std::printf(
-      "\nx ref: median time over the section's reference. rate: vertices (Mv/s) or shapes (k/s)\n"
-      "per second. x shplib: the plug-in's rate over shapelib's (on the plug-in row: over the\n"
+      "\nx ref: time over the section's reference. rate: vertices (Mv/s) or shapes (k/s) per\n"
+      "second. x shplib: the plug-in's rate over shapelib's (on a plug-in row: over the\n"
       "SHPReadObject loop or SHPWriteObject; on a shapelib row: over that row). RSS MiB: peak\n"
-      "resident size during the timed part over the resident size at its start, largest of all\n"
-      "runs (warm-up included). Edit references move the .shp tail only. \"makes .bak\" rows include the one-time .bak\n"
-      "copies of both files that the plug-in makes before it first changes an existing map;\n"
-      "\".bak present\" rows start with backups in place, so that the plug-in skips them; the\n"
-      "\".bak floor\" row is a plain copy of both files, its ratio over the tail move above it.\n");
+      "resident size during the timed part over the resident size at its start, the largest\n"
+      "of all runs, warm-up included. The edit references move the .shp tail only.\n"
+      "\"makes .bak\" rows include the one-time .bak copies of both files that the plug-in\n"
+      "makes before it first changes an existing map; \".bak present\" rows start with backups\n"
+      "in place, so that the plug-in skips them. The \".bak floor\" row is a plain copy of both\n"
+      "files; its ratio is over the tail move above it.\n");
   std::printf("\ntargets: %d held, %d missed; %d measurements failed\n", c.table.Held(),
               c.table.Missed(), c.table.Failed());
   return c.table.Failed() ? 1 : 0;
