@@ -118,10 +118,8 @@ TEST(FicheroITVdatosTest, CopyingBetweenMemoryFiles) {
   b.LeeTokenBin(t, 6, nullptr, -1);
   EXPECT_EQ(std::string(t, 6), "cdeeff");
   // From itself, while growing.
-  b.Posicionate(6);
   std::string grande(3000, 'z');
   b.PonTokenBin(grande.data(), 3000, nullptr, -1);
-  b.Posicionate(b.Len());
   EXPECT_EQ(b.Lee(b, 0, -1), 6012);
 
   b.SetTamanyo(2);
