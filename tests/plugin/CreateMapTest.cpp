@@ -1,5 +1,6 @@
 // Maps created through the module: every byte of both files after closing.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -239,6 +240,35 @@ TEST_F(CreateMap, CreatingInAMissingFolderNamesThePath) {
   EXPECT_EQ(s.map.Private(), nullptr);
 }
 
+TEST_F(CreateMap, IndexThatCannotBeCreatedLeavesAnEmptyMainFile) {
+  const std::string path = dir / "blocked.shp";
+  ASSERT_EQ(mkdir(ShxOf(path).c_str(), 0755), 0);  // a folder where the index should go
+  MapSession s(path, true);
+  EXPECT_EQ(s.Open(), 0);
+  EXPECT_EQ(s.sink.All(), "Error writing " + ShxOf(path) + " file.");
+  EXPECT_EQ(s.map.Private(), nullptr);
+  EXPECT_TRUE(FileExists(path));
+  EXPECT_EQ(ReadFile(path).size(), 0u);
+}
+
+TEST_F(CreateMap, LineWithoutPointsDoesNoHarm) {
+  const std::string path = dir / "nopoints.shp";
+  MapSession s(path, true);
+  ASSERT_EQ(s.Open(), 1);
+  Bytes attrs = LineAttrs(0, 0);
+  Bytes none;
+  if (s.AddRaw(attrs, none, 0) == 0) {
+    EXPECT_FALSE(s.sink.messages.empty()) << "a refusal says why";
+  }
+  s.sink.messages.clear();
+  ASSERT_EQ(s.Add(0, {{1, 1, 0}, {2, 2, 0}}), 1) << s.sink.All();
+  s.Close();
+  MapSession r(path);
+  ASSERT_EQ(r.Open(), 1);
+  EXPECT_EQ(r.Read(), 1) << r.sink.All();
+  EXPECT_FALSE(r.reader.lines.empty());
+}
+
 TEST_F(CreateMap, ReadsBackUpToTheEndMark) {
   const std::string path = dir / "back.shp";
   const std::vector<XYZ> a = {{1, 2, 3}, {4, 5, 6}};
@@ -263,6 +293,34 @@ TEST_F(CreateMap, ReadsBackUpToTheEndMark) {
   EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[1]), b)) << Show(CoordsOf(s.reader.lines[1]));
   EXPECT_EQ(pr.CountOf('A'), 2) << "the end mark is no record";
   EXPECT_TRUE(s.sink.messages.empty()) << s.sink.All();
+}
+
+// The end mark of a created map is counted in its length; a line appended
+// after reopening must still be found by reading, not hidden behind it.
+TEST_F(CreateMap, LinesAppendedAfterReopeningAreReadBack) {
+  const std::string path = dir / "grow.shp";
+  const std::vector<XYZ> a = {{1, 1, 0}, {2, 2, 0}};
+  const std::vector<XYZ> b = {{3, 3, 0}, {4, 5, 0}};
+  {
+    MapSession s(path, true);
+    ASSERT_EQ(s.Open(), 1);
+    ASSERT_EQ(s.Add(0, a), 1);
+  }
+  {
+    MapSession s(path);
+    ASSERT_EQ(s.Open(), 1);
+    ASSERT_EQ(s.Read(), 1);
+    int32_t id = 0;
+    ASSERT_EQ(s.Add(0, b, 0, &id), 1) << s.sink.All();
+    EXPECT_EQ(id, 2);
+  }
+  MapSession s(path);
+  ASSERT_EQ(s.Open(), 1);
+  ASSERT_EQ(s.Read(), 1) << s.sink.All();
+  ASSERT_EQ(s.reader.lines.size(), 2u) << "the appended line is not read back";
+  EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[1]), b));
+  // Deleting it must work too.
+  EXPECT_EQ(s.Delete(2), 1) << s.sink.All();
 }
 
 }  // namespace

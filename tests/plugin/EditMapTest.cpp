@@ -123,6 +123,44 @@ TEST_F(EditMap, AppendingWithIdsOutsideTheRecordsAddsRecords) {
   EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[6]), e));
 }
 
+TEST_F(EditMap, AHeaderBoxAtZeroIsReplacedByTheNextAddition) {
+  ShpImage img = original;
+  for (Bytes* b : {&img.shp, &img.shx})
+    for (size_t off = 36; off < 84; off += 8) PutF64(*b, off, off == 36 ? 0.000001 : 50.0);
+  dir.Put("roads", img);
+  const std::vector<XYZ> added = {{20, 21, 4}, {22, 23, 6}};
+  {
+    MapSession s(path);
+    OpenAndRead(s);
+    ASSERT_EQ(s.Add(0, added), 1);
+  }
+  Bytes shp = ReadFile(path);
+  EXPECT_EQ(GetF64(shp, 36), 20.0);
+  EXPECT_EQ(GetF64(shp, 44), 21.0);
+  EXPECT_EQ(GetF64(shp, 52), 22.0);
+  EXPECT_EQ(GetF64(shp, 60), 23.0);
+  EXPECT_EQ(GetF64(shp, 68), 6.0);
+  EXPECT_EQ(GetF64(shp, 76), 4.0);
+  EXPECT_EQ(GetF64(shp, 84), -77.5) << "M range kept";
+}
+
+TEST_F(EditMap, AHeaderTypeOfZeroIsFixedByReading) {
+  ShpImage img = original;
+  PutLE32(img.shp, 32, 0);
+  PutLE32(img.shx, 32, 0);
+  dir.Put("roads", img);
+  const std::vector<XYZ> area = {{10, 10, 9}, {10, 11, 9}, {11, 11, 9}, {10, 10, 9}};
+  {
+    MapSession s(path);
+    OpenAndRead(s);
+    ASSERT_EQ(s.Add(1, area), 1);
+  }
+  Bytes shp = ReadFile(path);
+  EXPECT_EQ(GetLE32(shp, 32), 3);
+  EXPECT_EQ(GetLE32(ReadFile(ShxOf(path)), 32), 3);
+  EXPECT_EQ(GetLE32(shp, original.shp.size() + 8), 3) << "the added area is a PolyLine record";
+}
+
 TEST_F(EditMap, ReadingAndClosingChangesNothing) {
   {
     MapSession s(path);

@@ -16,6 +16,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -70,9 +71,11 @@ struct PlugInApi {
   const char** fmt_save = nullptr;
   std::string problem;  // empty when every export was found
 
+  // The module stays loaded for the whole process, as a host keeps its
+  // plug-ins: what it sets up when loaded is not the map functions' business.
   static const PlugInApi& Get() {
-    static PlugInHost host;
-    static PlugInApi api(host);
+    static const PlugInHost* host = new PlugInHost;
+    static PlugInApi api(*host);
     return api;
   }
 
@@ -267,7 +270,9 @@ class Reader {
 };
 
 // ---- progress object: its first word points to a table of four functions
-// SetTotal(self, int), Advance(self, int), (unused), IsCancelled(self).
+// SetTotal(self, int), Advance(self, int), (unused), IsCancelled(self). On
+// i386 and x86-64 a virtual call passes the object as the first ordinary
+// argument, so plain functions serve as the table's entries.
 class Progress {
  public:
   struct Call {
@@ -275,12 +280,16 @@ class Progress {
     int32_t value;
   };
 
-  Progress() : obj_(kP + 8, kSentinel), table_(4 * kP, 0) {
-    PutPtr(table_, 0, &SetTotal);
-    PutPtr(table_, kP, &Advance);
-    PutPtr(table_, 2 * kP, &Reserved);
-    PutPtr(table_, 3 * kP, &IsCancelled);
-    PutPtr(obj_, 0, static_cast<void*>(table_.data()));
+  // The table is preceded, as a compiler lays out a table of virtual
+  // functions, by the offset to the object's top (0) and its type's
+  // identity, so that a module built with run-time type checks accepts it.
+  Progress() : obj_(kP + 8, kSentinel), table_(6 * kP, 0) {
+    PutPtr(table_, kP, static_cast<const void*>(&typeid(TProgressPlugIn)));
+    PutPtr(table_, 2 * kP, &SetTotal);
+    PutPtr(table_, 3 * kP, &Advance);
+    PutPtr(table_, 4 * kP, &Reserved);
+    PutPtr(table_, 5 * kP, &IsCancelled);
+    PutPtr(obj_, 0, static_cast<void*>(table_.data() + 2 * kP));
     Owners<Progress>()[obj_.data()] = this;
   }
   ~Progress() { Owners<Progress>().erase(obj_.data()); }
@@ -294,7 +303,7 @@ class Progress {
     return n;
   }
   std::string Damage() const {
-    if (GetPtr(obj_, 0) != table_.data()) return "progress table pointer was changed";
+    if (GetPtr(obj_, 0) != table_.data() + 2 * kP) return "progress table pointer was changed";
     for (size_t i = kP; i < obj_.size(); i++)
       if (obj_[i] != kSentinel) return "progress object byte " + std::to_string(i) + " was written";
     return "";
