@@ -79,6 +79,19 @@ class TFicheroITV {
   bool Posicionate64(long long pos);
   long long FileSize64();
   void Skip(int n);
+  // The next n bytes when they lie wholly inside the loaded span of the read
+  // cache: a pointer into the span, valid until the next read or seek, with
+  // the position moved past them exactly as LeeTokenBin would move it. Null
+  // when they are not there (cache off, or outside the span): the caller then
+  // reads them with LeeTokenBin, which loads spans as needed.
+  const char* LeeEnSpan(int n) {
+    if (!cache || es_memoria || long_fichero_cache < 0 || base_cache != ini_cache ||
+        off_cache < 0 || n < 0 || static_cast<long long>(off_cache) + n > fin_cache - ini_cache)
+      return nullptr;
+    const char* p = cache + off_cache;
+    off_cache += n;
+    return p;
+  }
 
   // ------------------------------------------------ typed streaming
   TFicheroITV& operator<<(char v);
@@ -237,11 +250,9 @@ class TFicheroITV {
   }
   // The same for LeeTokenBin, which reads raw bytes in every mode.
   bool lee_span(void* v, int n) {
-    if (!cache || es_memoria || long_fichero_cache < 0 || base_cache != ini_cache ||
-        off_cache < 0 || static_cast<long long>(off_cache) + n > fin_cache - ini_cache)
-      return false;
-    std::memcpy(v, cache + off_cache, static_cast<size_t>(n));
-    off_cache += n;
+    const char* p = LeeEnSpan(n);
+    if (!p) return false;
+    std::memcpy(v, p, static_cast<size_t>(n));
     return true;
   }
   void actualiza_rapido();

@@ -21,6 +21,16 @@ void ErrorRegistro(TStringPlugIn* err, int registro, const char* que) {
   EnviaError(err, msg.c_str());
 }
 
+// n bytes at the current position: straight from the read cache's span when
+// they are there (no call out of line), else through LeeTokenBin.
+inline bool LeeBytes(TFicheroITV& f, void* destino, int n) {
+  if (const char* p = f.LeeEnSpan(n)) {
+    std::memcpy(destino, p, static_cast<size_t>(n));
+    return true;
+  }
+  return f.LeeTokenBin(destino, n, nullptr, -1);
+}
+
 class LecturaMapa {
  public:
   LecturaMapa(TPrivateDataSHP& d, TReadVectorMapPlugIn* reader, TStringPlugIn* err,
@@ -103,9 +113,9 @@ int LecturaMapa::Lee() {
     const long long P = F_.PosActual64();
     int32_t entrada[2] = {0, 0};
     // A missing entry only matters if a record turns out to be there.
-    const bool idx_ok = !d_.shx_abierto || X_.LeeTokenBin(entrada, 8, nullptr, -1);
+    const bool idx_ok = !d_.shx_abierto || LeeBytes(X_, entrada, 8);
     int32_t numero = 0;
-    const bool leido = F_.LeeTokenBin(&numero, 4, nullptr, -1);
+    const bool leido = LeeBytes(F_, &numero, 4);
     if (F_.eof() || P >= 2 * N) stop = true;
     if (!leido && !stop) {
       ErrorRegistro(err_, d_.num_registros + 1, "its header cannot be read");
@@ -121,7 +131,7 @@ int LecturaMapa::Lee() {
 
 int LecturaMapa::LeeRegistro(long long P, bool idx_ok, int32_t io, int32_t il) {
   int32_t cab[2];
-  if (!F_.LeeTokenBin(cab, 8, nullptr, -1)) {
+  if (!LeeBytes(F_, cab, 8)) {
     ErrorRegistro(err_, d_.num_registros + 1, "the record is cut short by the end of the file");
     return 0;
   }
@@ -163,16 +173,22 @@ int LecturaMapa::LeeRegistro(long long P, bool idx_ok, int32_t io, int32_t il) {
     ErrorRegistro(err_, id, "its content length goes beyond the end of the file");
     return 0;
   }
-  try {
-    if (d_.registro.size() < static_cast<size_t>(bytes)) d_.registro.resize(bytes);
-  } catch (const std::bad_alloc&) {
-    ErrorRegistro(err_, id, "there is not enough memory for its contents");
-    return 0;
-  }
-  unsigned char* datos = d_.registro.data();
-  if (bytes > 0 && !F_.LeeTokenBin(datos, static_cast<int>(bytes), nullptr, -1)) {
-    ErrorRegistro(err_, id, "its contents cannot be read");
-    return 0;
+  // Usually the contents lie in the cache's span and are read in place; a
+  // record across the span's end is copied into the reused record buffer.
+  const unsigned char* datos =
+      reinterpret_cast<const unsigned char*>(F_.LeeEnSpan(static_cast<int>(bytes)));
+  if (!datos) {
+    try {
+      if (d_.registro.size() < static_cast<size_t>(bytes)) d_.registro.resize(bytes);
+    } catch (const std::bad_alloc&) {
+      ErrorRegistro(err_, id, "there is not enough memory for its contents");
+      return 0;
+    }
+    if (bytes > 0 && !F_.LeeTokenBin(d_.registro.data(), static_cast<int>(bytes), nullptr, -1)) {
+      ErrorRegistro(err_, id, "its contents cannot be read");
+      return 0;
+    }
+    datos = d_.registro.data();
   }
   const int len = static_cast<int>(bytes);
   TErrorRegistro fallo = nullptr;

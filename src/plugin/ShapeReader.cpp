@@ -1,6 +1,8 @@
 #include "plugin/ShapeReader.h"
 
+#include <cstddef>
 #include <cstring>
+#include <new>
 
 #include "core/Vector.h"
 #include "plugin/ShapeFileLayout.h"
@@ -31,12 +33,23 @@ namespace {
 using shp::GetDouble;
 using shp::GetInt;
 
+// Every delivered shape starts from the constructor's defaults; they are
+// built once and copied, which is the same record at a fraction of the cost.
+const TLineAttributesPlugIn& Prototipo() {
+  struct Hueco {
+    alignas(TLineAttributesPlugIn) unsigned char bytes[sizeof(TLineAttributesPlugIn)] = {};
+  };
+  static Hueco hueco;
+  static const TLineAttributesPlugIn* p = new (hueco.bytes) TLineAttributesPlugIn();
+  return *p;
+}
+
 int Manejador(TReadVectorMapPlugIn* reader, TLineAttributesPlugIn& attr) {
   return reader->BeginLine ? reader->BeginLine(reader, &attr) : -1;
 }
 
 void PuntoSuelto(TReadVectorMapPlugIn* reader, int id, double x, double y) {
-  TLineAttributesPlugIn attr;
+  TLineAttributesPlugIn attr(Prototipo());
   attr.id_bd = id;
   attr.flags = 3;
   attr.num_puntos = 1;
@@ -81,7 +94,7 @@ TErrorRegistro Lee_Polilinea(TReadVectorMapPlugIn* reader, int tipo, const unsig
   const int s = GetInt(datos, shp::kPolyParts);
   const bool cerrada = tipo == shp::kPolygon || tipo == shp::kPolygonZ;
 
-  TLineAttributesPlugIn attr;
+  TLineAttributesPlugIn attr(Prototipo());
   attr.id_bd = id;
   attr.flags = (cerrada ? 1 : 0) | (con_z ? 0 : 0x80);
   attr.num_puntos = static_cast<int>(np - s);
@@ -92,17 +105,22 @@ TErrorRegistro Lee_Polilinea(TReadVectorMapPlugIn* reader, int tipo, const unsig
     std::memset(&pt, 0, sizeof pt);
     pt.tamanyo = 40;
     pt.m = -1.0;
+    // X and Y stand side by side in the file and in the point record.
+    unsigned char* pxy = reinterpret_cast<unsigned char*>(&pt) + offsetof(TVectorPointPlugIn, x);
     const unsigned char* xy = datos + ini_puntos + 16LL * s;
-    const unsigned char* z = datos + ini_z + 8LL * s;
     const int ultimo = static_cast<int>(np - 1);
-    for (int i = s; i <= ultimo; i++, xy += 16) {
-      std::memcpy(&pt.x, xy, 8);
-      std::memcpy(&pt.y, xy + 8, 8);
-      if (con_z) {
+    if (con_z) {
+      const unsigned char* z = datos + ini_z + 8LL * s;
+      for (int i = s; i <= ultimo; i++, xy += 16, z += 8) {
+        std::memcpy(pxy, xy, 16);
         std::memcpy(&pt.z, z, 8);
-        z += 8;
+        reader->AddPoint(reader, h, &pt, i == ultimo ? 1 : 0);
       }
-      reader->AddPoint(reader, h, &pt, i == ultimo ? 1 : 0);
+    } else {
+      for (int i = s; i <= ultimo; i++, xy += 16) {
+        std::memcpy(pxy, xy, 16);
+        reader->AddPoint(reader, h, &pt, i == ultimo ? 1 : 0);
+      }
     }
   } catch (...) {
     // A host callback that throws ends the delivery of this record only.
