@@ -71,7 +71,7 @@ int RunAdd(const std::string& plugin_path, const AddOptions& o, std::istream& in
   if (!o.create) {
     // The plug-in learns the record count and file length by reading; a map
     // must be read before it is changed.
-    ReadOutcome read = map.ReadAll("", "reading " + o.map);
+    ReadOutcome read = map.ReadAll("", "reading " + o.map, false);
     if (o.id > read.records)
       throw Failed(o.map + ": there is no record " + std::to_string(o.id) + " to replace (the map has " +
                    std::to_string(read.records) + ")");
@@ -118,7 +118,7 @@ int RunDelete(const std::string& plugin_path, const std::string& path, std::vect
   ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
   PlugIn plugin(plugin_path);
   Map map(plugin, path, false);
-  ReadOutcome read = map.ReadAll("", "reading " + path);
+  ReadOutcome read = map.ReadAll("", "reading " + path, false);
   std::vector<int> done;
   for (int id : ids) {
     auto so_far = [&]() {

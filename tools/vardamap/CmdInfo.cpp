@@ -27,14 +27,13 @@ std::string Plural(size_t n, const char* one, const char* many) {
   return std::to_string(n) + " " + (n == 1 ? one : many);
 }
 
-std::string ShapeSummary(const std::vector<Shape>& shapes) {
-  size_t lines = 0, areas = 0, points = 0, with_z = 0, vertices = 0;
+std::string ShapeSummary(const std::vector<Shape>& shapes, size_t vertices) {
+  size_t lines = 0, areas = 0, points = 0, with_z = 0;
   for (const Shape& s : shapes) {
     if (s.is_point()) ++points;
     else if (s.is_closed()) ++areas;
     else ++lines;
     if (s.has_z()) ++with_z;
-    vertices += s.points.size();
   }
   std::string text = Plural(shapes.size(), "shape", "shapes") + " delivered";
   std::string parts;
@@ -66,7 +65,7 @@ int RunInfo(const std::string& plugin_path, const std::string& path, std::ostrea
   PlugIn plugin(plugin_path);
   Map map(plugin, path, false);
   Progress progress("reading " + path);
-  ReadOutcome read = map.Read("", &progress);
+  ReadOutcome read = map.Read("", &progress, false);
   if (read.cancelled) throw Cancelled();
   const ShpHeader h = ReadShpHeader(path);
   const std::string index = IndexPathFor(path);
@@ -89,8 +88,8 @@ int RunInfo(const std::string& plugin_path, const std::string& path, std::ostrea
     }
   }
   Row(out, "records", std::to_string(read.records) + (read.ok ? "" : " before the plug-in stopped"));
-  Row(out, "shapes", ShapeSummary(read.shapes));
-  Box box = BoxOf(read.shapes);
+  Row(out, "shapes", ShapeSummary(read.shapes, read.vertices));
+  const Box& box = read.box;
   if (!box.empty)
     Row(out, "shapes' box", "x " + Num(box.xmin) + " to " + Num(box.xmax) + ", y " +
                                 Num(box.ymin) + " to " + Num(box.ymax));
@@ -115,7 +114,7 @@ int RunInfo(const std::string& plugin_path, const std::string& path, std::ostrea
 int RunCheck(const std::string& plugin_path, const std::string& path, std::ostream& out) {
   PlugIn plugin(plugin_path);
   Map map(plugin, path, false);
-  ReadOutcome read = map.ReadAll("", "checking " + path);
+  ReadOutcome read = map.ReadAll("", "checking " + path, false);
   out << path << ": accepted, " << Plural(static_cast<size_t>(read.records), "record", "records")
       << ", " << Plural(read.shapes.size(), "shape", "shapes") << " delivered"
       << (map.index_found() ? "" : " (no index: records not checked)") << '\n';

@@ -70,8 +70,9 @@ namespace {
 // the first member here, so the collector is found from its address.
 struct Collector {
   TReadVectorMapPlugIn record;
-  std::vector<Shape>* shapes;
-  bool* out_of_memory;
+  ReadOutcome* out;
+  bool keep_points;
+  bool out_of_memory;
 };
 static_assert(std::is_standard_layout<Collector>::value, "the reader must start with its record");
 
@@ -83,22 +84,27 @@ int32_t BeginLine(TReadVectorMapPlugIn* self, TLineAttributesPlugIn* line) {
     s.flags = line->flags;
     s.declared_points = line->num_puntos;
     // The count comes from the file: reserve only a sane amount up front.
-    if (s.declared_points > 0) s.points.reserve(std::min<int32_t>(s.declared_points, 1 << 16));
-    c->shapes->push_back(std::move(s));
-    return static_cast<int32_t>(c->shapes->size() - 1);
+    if (c->keep_points && s.declared_points > 0)
+      s.points.reserve(std::min<int32_t>(s.declared_points, 1 << 16));
+    c->out->shapes.push_back(std::move(s));
+    return static_cast<int32_t>(c->out->shapes.size() - 1);
   } catch (const std::bad_alloc&) {
-    *c->out_of_memory = true;
+    c->out_of_memory = true;
     return -1;
   }
 }
 
 void AddPoint(TReadVectorMapPlugIn* self, int32_t line, TVectorPointPlugIn* point, int32_t) {
   Collector* c = reinterpret_cast<Collector*>(self);
-  if (line < 0 || static_cast<size_t>(line) >= c->shapes->size()) return;
+  if (line < 0 || static_cast<size_t>(line) >= c->out->shapes.size()) return;
+  const Point p{point->x, point->y, point->z};
+  ++c->out->vertices;
+  c->out->box.Add(p);
+  if (!c->keep_points) return;
   try {
-    (*c->shapes)[line].points.push_back(Point{point->x, point->y, point->z});
+    c->out->shapes[line].points.push_back(p);
   } catch (const std::bad_alloc&) {
-    *c->out_of_memory = true;
+    c->out_of_memory = true;
   }
 }
 
@@ -126,16 +132,16 @@ void Map::Close() {
   open_ = false;
 }
 
-ReadOutcome Map::Read(const std::string& options, Progress* progress) {
+ReadOutcome Map::Read(const std::string& options, Progress* progress, bool keep_points) {
   ReadOutcome out;
-  bool out_of_memory = false;
   Collector collector;
   std::memset(&collector.record, 0, sizeof collector.record);
   collector.record.BeginLine = BeginLine;
   collector.record.AddPoint = AddPoint;
   collector.record.opciones = options.empty() ? nullptr : options.c_str();
-  collector.shapes = &out.shapes;
-  collector.out_of_memory = &out_of_memory;
+  collector.out = &out;
+  collector.keep_points = keep_points;
+  collector.out_of_memory = false;
   ErrorSink sink(&out.messages);
   out.ok = plugin_.Read(&record_, &collector.record, &sink.record, progress) != 0;
   if (progress) {
@@ -143,16 +149,16 @@ ReadOutcome Map::Read(const std::string& options, Progress* progress) {
     out.records = progress->records();
     out.cancelled = !out.ok && progress->cancelled();
   }
-  if (out_of_memory) {
+  if (collector.out_of_memory) {
     out.ok = false;
     out.messages.push_back("out of memory while keeping the shapes");
   }
   return out;
 }
 
-ReadOutcome Map::ReadAll(const std::string& options, const std::string& label) {
+ReadOutcome Map::ReadAll(const std::string& options, const std::string& label, bool keep_points) {
   Progress progress(label);
-  ReadOutcome out = Read(options, &progress);
+  ReadOutcome out = Read(options, &progress, keep_points);
   if (out.cancelled) throw Cancelled();
   if (!out.ok) {
     std::string why = ErrorSink::Join(out.messages);

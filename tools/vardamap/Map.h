@@ -53,7 +53,9 @@ struct ReadOutcome {
   bool ok = false;
   bool cancelled = false;
   int records = 0;  // records the plug-in counted (delivered or skipped)
-  std::vector<Shape> shapes;
+  std::vector<Shape> shapes;  // without their points unless they were asked for
+  size_t vertices = 0;        // points delivered, kept or not
+  Box box;                    // of the points delivered
   std::vector<std::string> messages;
 };
 
@@ -67,10 +69,13 @@ class Map {
   Map& operator=(const Map&) = delete;
 
   // Reads every shape; `options` is the reader's options text ("" for none).
-  ReadOutcome Read(const std::string& options, Progress* progress);
+  // Points are kept only when `keep_points` is set (large maps need not fit
+  // in memory to be checked or counted).
+  ReadOutcome Read(const std::string& options, Progress* progress, bool keep_points = true);
   // Reads every shape or throws: ToolError(kExitCancelled) on cancellation,
   // ToolError(kExitFailed) with the plug-in's message on refusal.
-  ReadOutcome ReadAll(const std::string& options, const std::string& label);
+  ReadOutcome ReadAll(const std::string& options, const std::string& label,
+                      bool keep_points = true);
 
   // Adds a shape (or replaces record `replace_id` when it is between 1 and
   // the record count); returns the database id the plug-in gave it.

@@ -86,24 +86,20 @@ PlugIn::PlugIn(const std::string& path) : path_(path) {
 
   const int32_t version = Version();
   if (version != kInterfaceVersion) {
-    dlclose(handle_);
-    handle_ = nullptr;
     throw Failed("the plug-in " + path_ + " speaks interface version " + std::to_string(version) +
                  ", this host needs " + std::to_string(kInterfaceVersion));
   }
   Init();
 }
 
-PlugIn::~PlugIn() {
-  if (handle_) dlclose(handle_);
-}
+// The plug-in stays loaded until the process ends, as in a host: what its
+// static initialisers set up at load time lives as long as the process.
+PlugIn::~PlugIn() = default;
 
 void* PlugIn::Resolve(const char* name) {
   dlerror();
   void* sym = dlsym(handle_, name);
   if (!sym) {
-    dlclose(handle_);
-    handle_ = nullptr;
     throw Failed("the plug-in " + path_ + " does not export " + name);
   }
   return sym;

@@ -11,8 +11,10 @@ namespace vardamap {
 namespace {
 
 const char* const kColours[] = {"#1f6fb4", "#c0392b", "#2e8b3d", "#8e44ad", "#d35400", "#16819a"};
+constexpr size_t kColourCount = sizeof kColours / sizeof kColours[0];
 constexpr int kMargin = 24;
-constexpr int kFooter = 44;
+constexpr int kFooter = 36;      // the scale bar's row
+constexpr int kLegendRow = 20;   // each row of the legend
 
 struct Frame {
   double xmin, ymax, scale;
@@ -51,7 +53,7 @@ void ShapeElement(const Layer& layer, const Shape& s, const Frame& f, const char
   if (s.is_point() || s.points.size() == 1) {
     const Point p = s.points.empty() ? Point{} : s.points[0];
     out += "    <circle class=\"point\"" + id + " cx=\"" + Fix(f.X(p.x)) + "\" cy=\"" +
-           Fix(f.Y(p.y)) + "\" r=\"4\" fill=\"" + colour +
+           Fix(f.Y(p.y)) + "\" r=\"4.5\" fill=\"" + colour +
            "\" stroke=\"#ffffff\" stroke-width=\"1.2\">" + Title(layer, s) + "</circle>\n";
     return;
   }
@@ -127,7 +129,29 @@ std::string RenderSvg(const std::vector<Layer>& layers, int size) {
   const double scale = size / std::max(w, h);
   const Frame frame{box.xmin, box.ymax, scale};
   const int map_w = static_cast<int>(std::ceil(w * scale)), map_h = static_cast<int>(std::ceil(h * scale));
-  const int W = std::max(map_w + 2 * kMargin, 360), H = map_h + 2 * kMargin + kFooter;
+  const int W = std::max(map_w + 2 * kMargin, 360);
+  // The legend runs left to right under the scale bar and wraps; text width
+  // is estimated, as nothing here measures fonts.
+  struct Entry {
+    double x;
+    int row;
+  };
+  std::vector<Entry> legend;
+  {
+    double x = kMargin;
+    int row = 0;
+    for (const Layer& l : layers) {
+      const double width = 7.5 * static_cast<double>(l.name.size()) + 30;
+      if (x > kMargin && x + width > W - kMargin) {
+        x = kMargin;
+        ++row;
+      }
+      legend.push_back(Entry{x, row});
+      x += width;
+    }
+  }
+  const int rows = legend.empty() ? 0 : legend.back().row + 1;
+  const int H = map_h + 2 * kMargin + kFooter + rows * kLegendRow;
 
   std::string out;
   out += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -142,7 +166,7 @@ std::string RenderSvg(const std::vector<Layer>& layers, int size) {
 
   size_t colour = 0;
   for (const Layer& l : layers) {
-    const char* c = kColours[colour++ % (sizeof kColours / sizeof kColours[0])];
+    const char* c = kColours[colour++ % kColourCount];
     out += "  <g class=\"layer\" data-map=\"" + XmlEscape(l.name) + "\">\n";
     // Areas first, so that lines and points on them stay visible.
     for (int pass = 0; pass < 3; ++pass)
@@ -172,16 +196,13 @@ std::string RenderSvg(const std::vector<Layer>& layers, int size) {
          Fix(kMargin + bar + 8) + "\" y=\"" + Fix(by) + "\">" + Num(length) +
          (degrees ? " degrees (if geographic)" : " map units") + "</text></g>\n";
 
-  // Legend: one swatch per map, right-aligned in the footer.
-  double lx = W - kMargin;
-  colour = layers.size();
-  for (size_t i = layers.size(); i-- > 0;) {
-    const char* c = kColours[--colour % (sizeof kColours / sizeof kColours[0])];
-    const std::string label = XmlEscape(layers[i].name);
-    lx -= 7.0 * static_cast<double>(layers[i].name.size()) + 22;
-    out += "  <g class=\"legend\"><rect x=\"" + Fix(lx) + "\" y=\"" + Fix(by - 10) +
-           "\" width=\"10\" height=\"10\" fill=\"" + c + "\"/><text x=\"" + Fix(lx + 14) +
-           "\" y=\"" + Fix(by) + "\">" + label + "</text></g>\n";
+  // Legend: one swatch per map, in the colours of the layers.
+  for (size_t i = 0; i < layers.size(); ++i) {
+    const char* c = kColours[i % kColourCount];
+    const double ly = by + 24 + legend[i].row * kLegendRow;
+    out += "  <g class=\"legend\"><rect x=\"" + Fix(legend[i].x) + "\" y=\"" + Fix(ly - 10) +
+           "\" width=\"10\" height=\"10\" fill=\"" + c + "\"/><text x=\"" + Fix(legend[i].x + 14) +
+           "\" y=\"" + Fix(ly) + "\">" + XmlEscape(layers[i].name) + "</text></g>\n";
   }
   out += "</svg>\n";
   return out;
