@@ -3,12 +3,25 @@
 
 TCodePageHelper* CodePageHelper = new TCodePageHelper;
 
+namespace {
+bool borrado_por_DeleteGlobals = false;
+
+// The registry goes with the library when a host unloads the plug-in, so that
+// loading and unloading it repeatedly loses nothing.
+struct LiberaAlDescargar {
+  ~LiberaAlDescargar() {
+    if (!borrado_por_DeleteGlobals) delete CodePageHelper;
+  }
+} libera_al_descargar;
+}  // namespace
+
 TCodePageHelper::TCodePageHelper() : Vector<TCodePageVarda>(0, 10, true) {}
 
 TCodePageHelper::~TCodePageHelper() { Vacia(true); }
 
 void TCodePageHelper::DeleteGlobals() {
   if (CodePageHelper) delete CodePageHelper;
+  borrado_por_DeleteGlobals = true;
 }
 
 TCodePageVarda* TCodePageHelper::AbreCodepage(TStringNomFitx&) { return Anyade(-1); }

@@ -91,7 +91,7 @@ int LecturaMapa::Lee() {
   if (progress_) progress_->SetTotal(static_cast<int32_t>(tam_ - shp::kHeaderSize));
   if (tam_ < shp::kHeaderSize ||
       !F_.LeeTokenBin(d_.cabecera, shp::kHeaderSize, nullptr, -1)) {
-    EnviaError(err_, "Error: the SHP file is shorter than its 100-byte header.");
+    EnviaError(err_, "Error: the 100-byte header of the SHP file cannot be read.");
     return 0;
   }
   // Only Xmin is looked at: a box whose Xmin is about zero counts as unset.
@@ -108,6 +108,7 @@ int LecturaMapa::Lee() {
 
   d_.long_shp_words = static_cast<int>(N);
   d_.num_registros = 0;
+  d_.marca_final = false;
   bool stop = false;
   while (!F_.eof() && !stop) {
     const long long P = F_.PosActual64();
@@ -121,7 +122,10 @@ int LecturaMapa::Lee() {
       ErrorRegistro(err_, d_.num_registros + 1, "its header cannot be read");
       return 0;
     }
-    if (numero == 0) stop = true;  // the end mark
+    if (numero == 0) {  // the end mark
+      if (leido && P + 4 == 2 * N) d_.marca_final = true;
+      stop = true;
+    }
     if (stop) continue;
     int r = LeeRegistro(P, idx_ok, shp::Reverse(entrada[0]), shp::Reverse(entrada[1]));
     if (r != 1) return r == 2 ? 1 : 0;

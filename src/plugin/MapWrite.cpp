@@ -110,6 +110,11 @@ int Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, int n,
 
 int Anyade(TPrivateDataSHP& d, bool crear, int tipo, TLineAttributesPlugIn& line, int n,
            TVectorPointPlugIn* pts) {
+  if (!crear && d.marca_final) {
+    d.long_shp_words -= 2;
+    d.marca_final = false;
+    d.anyadiendo = false;
+  }
   if (!crear && !d.anyadiendo) {
     d.shx.Posicionate64(shp::kHeaderSize + 8LL * d.num_registros);
     d.shp.Posicionate64(2LL * d.long_shp_words);

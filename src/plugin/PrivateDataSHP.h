@@ -46,6 +46,11 @@ class TPrivateDataSHP {
   // and at closing are the same, with a seek and a flush less per shape.
   bool terminador_pendiente = false;
   bool anyadiendo = false;
+  // The last word counted in the .shp length is the zero end mark that
+  // reading stopped on (a map closed after being created ends so). Deletions
+  // and replacements keep it last; the next append overwrites it, as appends
+  // overwrite every end mark, instead of leaving it between the records.
+  bool marca_final = false;
 
   // Working storage reused from call to call, so that reading and writing do
   // not allocate per record. Never seen by the host.
