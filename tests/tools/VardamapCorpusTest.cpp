@@ -108,6 +108,18 @@ TEST(VardamapCorpus, KnownMapsReadAsExpected) {
   EXPECT_NE(info.out.find("105 entries"), std::string::npos) << info.out;
 }
 
+TEST(VardamapCorpus, MapWithoutIndexIsReadUnchecked) {
+  if (!HaveCorpus()) GTEST_SKIP() << "no sample maps in " << CorpusDir();
+  TempDir dir;
+  CopyFile(CorpusDir() + "/mexico_lakes.shp", dir / "lakes.shp");
+  Result info = Vardamap({"info", dir / "lakes.shp"});
+  ASSERT_EQ(info.code, 0) << info.err;
+  EXPECT_NE(info.out.find(".shx          missing, no index"), std::string::npos) << info.out;
+  Result check = Vardamap({"check", dir / "lakes.shp"});
+  ASSERT_EQ(check.code, 0) << check.err;
+  EXPECT_NE(check.out.find("3 shapes delivered (no index"), std::string::npos) << check.out;
+}
+
 TEST(VardamapCorpus, InpointKeepsOnlyLinesWhoseBoxHoldsThePoint) {
   if (!HaveCorpus()) GTEST_SKIP() << "no sample maps in " << CorpusDir();
   const std::string states = CorpusDir() + "/mexico_states.shp";

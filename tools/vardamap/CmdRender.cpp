@@ -1,36 +1,10 @@
 // render: one or more maps drawn together into an SVG file.
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-
 #include "Commands.h"
 #include "Errors.h"
 #include "Map.h"
 #include "Svg.h"
 
 namespace vardamap {
-
-void Warn(const std::string& text) { std::fprintf(stderr, "vardamap: warning: %s\n", text.c_str()); }
-
-void WriteFile(const std::string& path, const std::string& text) {
-  // Written beside the target and renamed, so that a failed write never
-  // leaves half a picture where a good one stood.
-  const std::string tmp = path + ".tmp";
-  FILE* f = std::fopen(tmp.c_str(), "wb");
-  if (!f) throw Failed("cannot write " + path + ": " + std::strerror(errno));
-  bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-  ok = (std::fclose(f) == 0) && ok;
-  if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
-    int e = errno;
-    std::remove(tmp.c_str());
-    throw Failed("cannot write " + path + ": " + std::strerror(e));
-  }
-}
-
-std::string BaseName(const std::string& path) {
-  size_t slash = path.rfind('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 int RunRender(const std::string& plugin_path, const std::vector<std::string>& maps,
               const std::string& output, int size, std::ostream& out) {
