@@ -76,11 +76,6 @@ int RunAdd(const std::string& plugin_path, const AddOptions& o, std::istream& in
       throw Failed(o.map + ": there is no record " + std::to_string(o.id) + " to replace (the map has " +
                    std::to_string(read.records) + ")");
     file_type = ReadShpHeader(o.map).shape_type;
-    if (o.id == 0 && HasCountedEndMark(o.map))
-      throw Failed("cannot append to " + o.map +
-                   ": it ends with an end mark counted in its length (as maps made with --create "
-                   "do), and the plug-in would append behind it, where no read finds the shape; "
-                   "give every shape when creating the map, or replace records with --id");
   }
   const int stored_kind = KindOfShapeType(file_type);
   if (stored_kind >= 0 && stored_kind != flags)

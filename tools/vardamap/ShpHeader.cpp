@@ -52,32 +52,6 @@ ShpHeader ReadShpHeader(const std::string& path) {
   return h;
 }
 
-bool HasCountedEndMark(const std::string& path) {
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (!f) return false;
-  unsigned char b[100];
-  bool found = false;
-  if (std::fread(b, 1, sizeof b, f) == sizeof b) {
-    const long long length = 2LL * BigEndian(b + 24);
-    long long pos = 100;
-    unsigned char rec[8];
-    // Only the 8-byte record headers are read, one seek per record.
-    while (pos + 4 <= length && std::fseek(f, static_cast<long>(pos), SEEK_SET) == 0 &&
-           std::fread(rec, 1, 4, f) == 4) {
-      if (BigEndian(rec) == 0) {
-        found = true;
-        break;
-      }
-      if (std::fread(rec + 4, 1, 4, f) != 4) break;
-      const long long words = BigEndian(rec + 4);
-      if (words < 0) break;
-      pos += 8 + 2 * words;
-    }
-  }
-  std::fclose(f);
-  return found;
-}
-
 long long FileSize(const std::string& path) {
   struct stat st;
   if (stat(path.c_str(), &st) != 0) return -1;

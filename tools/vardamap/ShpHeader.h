@@ -22,11 +22,6 @@ struct ShpHeader {
 // Reads the first 100 bytes of `path`; `present` is false when the file is
 // shorter or cannot be read.
 ShpHeader ReadShpHeader(const std::string& path);
-// True when the records of `path` run into a zero record number (an end
-// mark) that still lies inside the length its header gives. Maps that the
-// plug-in creates end that way; the plug-in appends at that length, behind
-// the mark, where no later read ever finds the new shape.
-bool HasCountedEndMark(const std::string& path);
 // The size of a file in bytes, or -1 when it does not exist.
 long long FileSize(const std::string& path);
 // The name of the index beside a main file: its extension replaced by "shx".
