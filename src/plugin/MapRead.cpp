@@ -158,7 +158,7 @@ int LecturaMapa::LeeRegistro(long long P, bool idx_ok, int32_t io, int32_t il) {
     ErrorRegistro(err_, id, "its content length is shorter than its shape type");
     return 0;
   }
-  if (static_cast<uint32_t>(T - 1) > 30u) {
+  if (static_cast<uint32_t>(T) - 1u > 30u) {
     // A Null record, or a type beyond the format, ends the map with success.
     if (Cancelado()) return 0;
     Avanza(static_cast<long long>(C) + 12);

@@ -100,7 +100,7 @@ int Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, int n,
       d.shx.Posicionate64(shp::IndexEntryPos(k + 1));
       d.shx.PonTokenBin(e, static_cast<int>(d.bloque.size()), nullptr, -1);
     }
-    d.long_shp_words += static_cast<int>(delta / 2);
+    d.SumaPalabras(delta / 2);
   }
   // The box only ever grows: the replaced shape's extent stays in it.
   EnsanchaCabecera(d, n, pts);
@@ -131,7 +131,7 @@ int Anyade(TPrivateDataSHP& d, bool crear, int tipo, TLineAttributesPlugIn& line
   const int32_t C = bytes / 2;
   shp::PutBigInt(r.data(), 4, C);
   d.shp.PonTokenBin(r.data(), static_cast<int>(r.size()), nullptr, -1);
-  d.long_shp_words += 4 + C;
+  d.SumaPalabras(4 + static_cast<long long>(C));
   // An existing map owes its end mark after the record (a created one gets
   // it once, on closing).
   if (!crear) d.terminador_pendiente = d.anyadiendo = true;

@@ -29,6 +29,13 @@ class TPrivateDataSHP {
   // Writes the end mark still owed by the last append to an existing map;
   // every operation other than a further append calls it first.
   void Asienta();
+  // Changes the .shp length in words. The field is the file's 32-bit word,
+  // so a length taken from a damaged header wraps like it instead of
+  // overflowing.
+  void SumaPalabras(long long delta) {
+    long_shp_words = static_cast<int>(static_cast<uint32_t>(long_shp_words) +
+                                      static_cast<uint32_t>(delta));
+  }
 
   TFicheroITV shp;
   TFicheroITV shx;

@@ -181,7 +181,7 @@ TEST_F(ReadMap, NullRecordEndsTheMapWithSuccess) {
 }
 
 TEST_F(ReadMap, TypesBeyondTheFormatEndTheMap) {
-  for (int t : {32, 99, -3}) {
+  for (int t : {32, 99, -3, INT32_MIN}) {
     SCOPED_TRACE(t);
     Reader rd;
     ShpImage img = ShpBuilder(3)
