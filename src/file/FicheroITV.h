@@ -260,7 +260,6 @@ class TFicheroITV {
   bool lee_cache(void* buf, int n, int chunk);
   bool lee_byte(char& c);
   bool lee_texto_tipo(DString& dato);
-  void pon_texto_tipo(const DString& texto);
   bool mover_bloques_grandes(int desde, int desplazamiento, int fin);
 
   TFicheroITV& lee_char(char& v);

@@ -64,8 +64,6 @@ void TFicheroITV::PonTokenText(const char* s) {
   if (separador) PonTokenBin(&separador, 1, nullptr, -1);
 }
 
-void TFicheroITV::pon_texto_tipo(const DString& texto) { PonTokenText(texto.c_str()); }
-
 TFicheroITV& TFicheroITV::operator<<(char v) {
   if (modo & MODO_TEXTO) {
     char t[2] = {v, 0};
@@ -90,108 +88,43 @@ TFicheroITV& TFicheroITV::operator<<(bool v) {
   return *this;
 }
 
-TFicheroITV& TFicheroITV::operator<<(short v) {
-  if (modo & MODO_TEXTO) {
+namespace {
+
+// One typed write: in text mode `texto` formatted by the string layer as a
+// token, in binary mode the bytes of `bin`, as the machine holds them.
+template <class Texto, class Bin>
+TFicheroITV& PonTipo(TFicheroITV& f, Texto texto, Bin bin) {
+  if (f.GetModo() & MODO_TEXTO) {
     DString t;
-    t << v;
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    PonTokenBin(&v, 2, nullptr, -1);
+    t << texto;
+    f.PonTokenText(t.c_str());
+  } else if (f.GetModo() & MODO_BINARIO) {
+    f.PonTokenBin(&bin, static_cast<int>(sizeof bin), nullptr, -1);
   }
-  return *this;
+  return f;
 }
 
+}  // namespace
+
+TFicheroITV& TFicheroITV::operator<<(short v) { return PonTipo(*this, v, v); }
 TFicheroITV& TFicheroITV::operator<<(unsigned short v) {
-  if (modo & MODO_TEXTO) {
-    DString t;
-    t << static_cast<int>(v);
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    PonTokenBin(&v, 2, nullptr, -1);
-  }
-  return *this;
+  return PonTipo(*this, static_cast<int>(v), v);
 }
-
-TFicheroITV& TFicheroITV::operator<<(int v) {
-  if (modo & MODO_TEXTO) {
-    DString t;
-    t << v;
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    PonTokenBin(&v, 4, nullptr, -1);
-  }
-  return *this;
-}
-
-TFicheroITV& TFicheroITV::operator<<(unsigned int v) {
-  if (modo & MODO_TEXTO) {
-    DString t;
-    t << v;
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    PonTokenBin(&v, 4, nullptr, -1);
-  }
-  return *this;
-}
-
+TFicheroITV& TFicheroITV::operator<<(int v) { return PonTipo(*this, v, v); }
+TFicheroITV& TFicheroITV::operator<<(unsigned int v) { return PonTipo(*this, v, v); }
 // `long` is a 32-bit field in the file on every target.
 TFicheroITV& TFicheroITV::operator<<(long v) {
-  if (modo & MODO_TEXTO) {
-    DString t;
-    t << v;
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    int32_t w = static_cast<int32_t>(v);
-    PonTokenBin(&w, 4, nullptr, -1);
-  }
-  return *this;
+  return PonTipo(*this, v, static_cast<int32_t>(v));
 }
-
 TFicheroITV& TFicheroITV::operator<<(unsigned long v) {
-  if (modo & MODO_TEXTO) {
-    DString t;
-    t << v;
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    uint32_t w = static_cast<uint32_t>(v);
-    PonTokenBin(&w, 4, nullptr, -1);
-  }
-  return *this;
+  return PonTipo(*this, v, static_cast<uint32_t>(v));
 }
-
+// Text files carry 32-bit values: only the low half is printed.
 TFicheroITV& TFicheroITV::operator<<(long long v) {
-  if (modo & MODO_TEXTO) {
-    // Text files carry 32-bit values: only the low half is printed.
-    DString t;
-    t << static_cast<int>(v);
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    PonTokenBin(&v, 8, nullptr, -1);
-  }
-  return *this;
+  return PonTipo(*this, static_cast<int>(v), v);
 }
-
-TFicheroITV& TFicheroITV::operator<<(float v) {
-  if (modo & MODO_TEXTO) {
-    DString t;
-    t << v;
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    PonTokenBin(&v, 4, nullptr, -1);
-  }
-  return *this;
-}
-
-TFicheroITV& TFicheroITV::operator<<(double v) {
-  if (modo & MODO_TEXTO) {
-    DString t;
-    t << v;
-    pon_texto_tipo(t);
-  } else if (modo & MODO_BINARIO) {
-    PonTokenBin(&v, 8, nullptr, -1);
-  }
-  return *this;
-}
+TFicheroITV& TFicheroITV::operator<<(float v) { return PonTipo(*this, v, v); }
+TFicheroITV& TFicheroITV::operator<<(double v) { return PonTipo(*this, v, v); }
 
 TFicheroITV& TFicheroITV::operator<<(const char* s) {
   if (!s) s = "";
