@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 
 #include <cstring>
+
+#include "common/HostLineAttributes.h"
 #include <stdexcept>
 #include <type_traits>
 #include <vector>
@@ -45,11 +47,6 @@ void* PlugIn::Symbol(const char* name) {
 }
 
 namespace {
-
-template <typename T>
-void Put(unsigned char* bytes, size_t at, T v) {
-  std::memcpy(bytes + at, &v, sizeof v);
-}
 
 // The error sink keeps the last message; the record must come first.
 struct Sink {
@@ -96,25 +93,7 @@ class Progress final : public TProgressPlugIn {
 
 }  // namespace
 
-Attributes::Attributes() {
-  std::memset(bytes_, 0, sizeof bytes_);
-  Put<int32_t>(bytes_, 0, 196);
-  Put<int32_t>(bytes_, 12, -1);
-  Put<int32_t>(bytes_, 16, -1);
-  Put<float>(bytes_, 32, 1.0f);
-  Put<int32_t>(bytes_, 40, -1);
-  Put<float>(bytes_, 52, -1.0f);
-  Put<int32_t>(bytes_, 56, -1);
-  Put<int32_t>(bytes_, 60, -1);
-  Put<int32_t>(bytes_, 64, -1);
-  Put<float>(bytes_, 68, -1.0f);
-  Put<int32_t>(bytes_, 72, 1);
-  Put<float>(bytes_, 84, -9999.0f);
-  Put<float>(bytes_, 88, -9999.0f);
-  Put<int32_t>(bytes_, 92, -1);
-  Put<int32_t>(bytes_, 96, -1);
-  std::memset(bytes_ + 153, 0xFF, 32);
-}
+Attributes::Attributes() { host::LineAttributeDefaults(bytes_); }
 
 HostMap::~HostMap() { Close(); }
 

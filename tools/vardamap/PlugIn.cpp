@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "Errors.h"
+#include "common/HostLineAttributes.h"
 
 #ifndef VARDAMAP_INSTALLED_PLUGIN
 #define VARDAMAP_INSTALLED_PLUGIN "/usr/local/lib/varda/VardaPlugIn_SHP.so"
@@ -138,27 +139,7 @@ std::string ErrorSink::Join(const std::vector<std::string>& messages) {
   return line;
 }
 
-LineAttributes::LineAttributes() {
-  // The defaults every host gives a fresh line; host-owned stretches are
-  // ours to set, and zero is as good a value as any.
-  std::memset(bytes_, 0, sizeof bytes_);
-  Put<int32_t>(bytes_, 0, 196);
-  Put<int32_t>(bytes_, 12, -1);
-  Put<int32_t>(bytes_, 16, -1);
-  Put<float>(bytes_, 32, 1.0f);
-  Put<int32_t>(bytes_, 40, -1);
-  Put<float>(bytes_, 52, -1.0f);
-  Put<int32_t>(bytes_, 56, -1);
-  Put<int32_t>(bytes_, 60, -1);
-  Put<int32_t>(bytes_, 64, -1);
-  Put<float>(bytes_, 68, -1.0f);
-  Put<int32_t>(bytes_, 72, 1);
-  Put<float>(bytes_, 84, -9999.0f);
-  Put<float>(bytes_, 88, -9999.0f);
-  Put<int32_t>(bytes_, 92, -1);
-  Put<int32_t>(bytes_, 96, -1);
-  std::memset(bytes_ + 153, 0xFF, 32);
-}
+LineAttributes::LineAttributes() { host::LineAttributeDefaults(bytes_); }
 
 int32_t LineAttributes::database_id() const {
   int32_t id;
