@@ -95,14 +95,6 @@ int Borrado::Borra() {
     Rechaza(err_, k_, "its SHX entry points outside the SHP file");
     return 0;
   }
-  for (long long j = k_ + 1; j <= n_; j++) {
-    const long long o = Offset(j);
-    if (o < shp::kHeaderSize || o + 4 > fin_) {
-      Rechaza(err_, k_, "a later SHX entry points outside the SHP file");
-      return 0;
-    }
-  }
-
   // A wrong number here only warns; the deletion goes on.
   if (LeeNumero(F, O) != k_) EnviaError(err_, "Fatal error 1 deleting item in SHP file");
 
@@ -114,6 +106,10 @@ int Borrado::Borra() {
     return Termina();
   }
   const long long N = Offset(k_ + 1);
+  if (N < shp::kHeaderSize || N + 4 > fin_) {
+    Rechaza(err_, k_, "the next SHX entry points outside the SHP file");
+    return 0;
+  }
   if (LeeNumero(F, N) != k_ + 1) {
     EnviaError(err_, "Fatal error 2 deleting item in SHP file");
     return 0;
@@ -121,6 +117,15 @@ int Borrado::Borra() {
   if (N - O != S) {
     EnviaError(err_, "Fatal error 3 deleting item in SHP file");
     return 0;
+  }
+  // The checks above are the format's own; before anything moves, every later
+  // record must also lie inside the file.
+  for (long long j = k_ + 2; j <= n_; j++) {
+    const long long o = Offset(j);
+    if (o < shp::kHeaderSize || o + 4 > fin_) {
+      Rechaza(err_, k_, "a later SHX entry points outside the SHP file");
+      return 0;
+    }
   }
   return !literal_ && Creciente() ? Renumera(S) : RenumeraLiteral(S, N);
 }
