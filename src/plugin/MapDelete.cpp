@@ -11,8 +11,6 @@
 
 namespace {
 
-TStringPlugIn sin_errores = {nullptr};
-
 void Rechaza(TStringPlugIn* err, int k, const char* que) {
   DString msg("Error: record ");
   msg << k << " cannot be deleted: " << que << ".";
@@ -236,7 +234,7 @@ VARDA_EXPORT int32_t VardaPlugIn_Delete_Poliline_Vector_Map(TVectorMapPlugIn* ma
     return 0;
   }
   try {
-    if (!Set_Archivo_Modo_Leer_Escribir(*map, err ? *err : sin_errores)) return 0;
+    if (!Set_Archivo_Modo_Leer_Escribir(*map, Sumidero(err))) return 0;
     return BorraRegistro(*d, database_id, err, kBloqueBorrado, false);
   } catch (...) {
     EnviaError(err, "Error: the line could not be deleted (out of memory).");

@@ -55,6 +55,7 @@ class LecturaMapa {
   TStringPlugIn* err_;
   TProgressPlugIn* progress_;
   TSearchParams params_;
+  TReadVectorMapPlugIn sin_lector_{};
   long long tam_ = 0;
 };
 
@@ -82,8 +83,7 @@ bool LecturaMapa::ComparaCabeceras(long long N) {
 }
 
 int LecturaMapa::Lee() {
-  static TReadVectorMapPlugIn sin_lector;  // no callbacks: nothing delivered
-  if (!reader_) reader_ = &sin_lector;
+  if (!reader_) reader_ = &sin_lector_;  // no callbacks: nothing delivered
 
   d_.Asienta();
   F_.Posicionate64(0);

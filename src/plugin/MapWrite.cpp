@@ -11,8 +11,6 @@
 
 namespace {
 
-TStringPlugIn sin_errores = {nullptr};
-
 void EnsanchaCabecera(TPrivateDataSHP& d, int n, const TVectorPointPlugIn* pts) {
   unsigned char* c = d.cabecera;
   double xmin = shp::GetDouble(c, shp::kHdrXmin), ymin = shp::GetDouble(c, shp::kHdrYmin);
@@ -171,7 +169,7 @@ VARDA_EXPORT int32_t VardaPlugIn_Add_Poliline_Vector_Map(TVectorMapPlugIn* map,
     return 0;
   }
   try {
-    if (!Set_Archivo_Modo_Leer_Escribir(*map, err ? *err : sin_errores)) return 0;
+    if (!Set_Archivo_Modo_Leer_Escribir(*map, Sumidero(err))) return 0;
     int tipo = shp::GetInt(d->cabecera, shp::kHdrShapeType);
     if (tipo == 0) {
       tipo = Calcula_ShapeType(*line, num_points, points);

@@ -21,6 +21,11 @@ void EnviaError(TStringPlugIn* err, const char* texto) {
   if (err && err->SetStr) err->SetStr(err, texto ? texto : "");
 }
 
+TStringPlugIn& Sumidero(TStringPlugIn* err) {
+  static TStringPlugIn descarta = {nullptr};  // never written: shared safely
+  return err ? *err : descarta;
+}
+
 namespace {
 // A usable file message has exactly one "%s" and no other conversion but "%%";
 // anything else from the host would read arguments that are not there.

@@ -72,6 +72,9 @@ bool Set_Archivo_Modo_Leer_Escribir(TVectorMapPlugIn& map, TStringPlugIn& err);
 // Delivers one message to the host's error sink (nothing when there is none).
 void EnviaError(TStringPlugIn* err, const char* texto);
 
+// The host's error sink, or one that drops messages when the host gave none.
+TStringPlugIn& Sumidero(TStringPlugIn* err);
+
 // Formats one of the host-replaceable file messages with a file name.
 DString FormatoFichero(const char* formato, const char* por_defecto, const char* nombre);
 
