@@ -3,11 +3,12 @@
 #include <dlfcn.h>
 
 #include <cstring>
-
-#include "common/HostLineAttributes.h"
 #include <stdexcept>
 #include <type_traits>
 #include <vector>
+
+#include "common/HostLineAttributes.h"
+#include "common/PlugInExports.h"
 
 namespace bench {
 
@@ -18,33 +19,25 @@ PlugIn::PlugIn(const std::string& path) {
     const char* why = dlerror();
     throw std::runtime_error("cannot load " + path + ": " + (why ? why : "unknown reason"));
   }
-  auto version = reinterpret_cast<VardaPlugIn_Version_t>(Symbol("VardaPlugIn_Version"));
-  auto init = reinterpret_cast<VardaPlugIn_Init_t>(Symbol("VardaPlugIn_Init"));
-  version_str_ = reinterpret_cast<VardaPlugIn_VersionStr_t>(Symbol("VardaPlugIn_VersionStr"));
-  open = reinterpret_cast<VardaPlugIn_Open_Vector_Map_t>(Symbol("VardaPlugIn_Open_Vector_Map"));
-  read = reinterpret_cast<VardaPlugIn_Read_Vector_Map3_t>(Symbol("VardaPlugIn_Read_Vector_Map3"));
-  add = reinterpret_cast<VardaPlugIn_Add_Poliline_Vector_Map_t>(
-      Symbol("VardaPlugIn_Add_Poliline_Vector_Map"));
-  del = reinterpret_cast<VardaPlugIn_Delete_Poliline_Vector_Map_t>(
-      Symbol("VardaPlugIn_Delete_Poliline_Vector_Map"));
-  close = reinterpret_cast<VardaPlugIn_Close_Vector_Map_t>(Symbol("VardaPlugIn_Close_Vector_Map"));
-  if (version() != 4) {
+  host::PlugInExports api;
+  if (const char* missing = api.Resolve(handle_)) {
+    dlclose(handle_);
+    throw std::runtime_error(std::string("the plug-in lacks the export ") + missing);
+  }
+  version_str_ = api.VersionStr;
+  open = api.Open;
+  read = api.Read;
+  add = api.Add;
+  del = api.Delete;
+  close = api.Close;
+  if (api.Version() != 4) {
     dlclose(handle_);
     throw std::runtime_error(path + " does not speak plug-in interface 4");
   }
-  init();
+  api.Init();
 }
 
 PlugIn::~PlugIn() { dlclose(handle_); }
-
-void* PlugIn::Symbol(const char* name) {
-  void* s = dlsym(handle_, name);
-  if (!s) {
-    dlclose(handle_);
-    throw std::runtime_error(std::string("the plug-in lacks the export ") + name);
-  }
-  return s;
-}
 
 namespace {
 

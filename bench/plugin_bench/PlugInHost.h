@@ -26,7 +26,6 @@ class PlugIn {
   VardaPlugIn_Close_Vector_Map_t close = nullptr;
 
  private:
-  void* Symbol(const char* name);
 
   void* handle_ = nullptr;
   VardaPlugIn_VersionStr_t version_str_ = nullptr;

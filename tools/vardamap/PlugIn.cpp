@@ -71,19 +71,8 @@ PlugIn::PlugIn(const std::string& path) : path_(path) {
     const char* why = dlerror();
     throw Failed("cannot load the plug-in " + path_ + ": " + (why ? why : "unknown reason"));
   }
-  Version = reinterpret_cast<VardaPlugIn_Version_t>(Resolve("VardaPlugIn_Version"));
-  VersionPriv = reinterpret_cast<VardaPlugIn_VersionPriv_t>(Resolve("VardaPlugIn_VersionPriv"));
-  Init = reinterpret_cast<VardaPlugIn_Init_t>(Resolve("VardaPlugIn_Init"));
-  GetTipoArchivos =
-      reinterpret_cast<VardaPlugIn_GetTipoArchivos_t>(Resolve("VardaPlugIn_GetTipoArchivos"));
-  VersionStr = reinterpret_cast<VardaPlugIn_VersionStr_t>(Resolve("VardaPlugIn_VersionStr"));
-  Open = reinterpret_cast<VardaPlugIn_Open_Vector_Map_t>(Resolve("VardaPlugIn_Open_Vector_Map"));
-  Read = reinterpret_cast<VardaPlugIn_Read_Vector_Map3_t>(Resolve("VardaPlugIn_Read_Vector_Map3"));
-  Add = reinterpret_cast<VardaPlugIn_Add_Poliline_Vector_Map_t>(
-      Resolve("VardaPlugIn_Add_Poliline_Vector_Map"));
-  Delete = reinterpret_cast<VardaPlugIn_Delete_Poliline_Vector_Map_t>(
-      Resolve("VardaPlugIn_Delete_Poliline_Vector_Map"));
-  Close = reinterpret_cast<VardaPlugIn_Close_Vector_Map_t>(Resolve("VardaPlugIn_Close_Vector_Map"));
+  if (const char* missing = Resolve(handle_))
+    throw Failed("the plug-in " + path_ + " does not export " + missing);
 
   const int32_t version = Version();
   if (version != kInterfaceVersion) {
@@ -96,15 +85,6 @@ PlugIn::PlugIn(const std::string& path) : path_(path) {
 // The plug-in stays loaded until the process ends, as in a host: what its
 // static initialisers set up at load time lives as long as the process.
 PlugIn::~PlugIn() = default;
-
-void* PlugIn::Resolve(const char* name) {
-  dlerror();
-  void* sym = dlsym(handle_, name);
-  if (!sym) {
-    throw Failed("the plug-in " + path_ + " does not export " + name);
-  }
-  return sym;
-}
 
 namespace {
 

@@ -8,11 +8,12 @@
 #include <vector>
 
 #include "VardaPlugIn.h"
+#include "common/PlugInExports.h"
 
 namespace vardamap {
 
 // The exports resolved from one loaded plug-in.
-class PlugIn {
+class PlugIn : public host::PlugInExports {
  public:
   // Loads the plug-in at `path` (or, when empty, the one found by
   // DefaultPlugInPath). Throws ToolError when it cannot be loaded, lacks an
@@ -24,19 +25,7 @@ class PlugIn {
 
   const std::string& path() const { return path_; }
 
-  VardaPlugIn_Version_t Version = nullptr;
-  VardaPlugIn_VersionPriv_t VersionPriv = nullptr;
-  VardaPlugIn_Init_t Init = nullptr;
-  VardaPlugIn_GetTipoArchivos_t GetTipoArchivos = nullptr;
-  VardaPlugIn_VersionStr_t VersionStr = nullptr;
-  VardaPlugIn_Open_Vector_Map_t Open = nullptr;
-  VardaPlugIn_Read_Vector_Map3_t Read = nullptr;
-  VardaPlugIn_Add_Poliline_Vector_Map_t Add = nullptr;
-  VardaPlugIn_Delete_Poliline_Vector_Map_t Delete = nullptr;
-  VardaPlugIn_Close_Vector_Map_t Close = nullptr;
-
  private:
-  void* Resolve(const char* name);
 
   std::string path_;
   void* handle_ = nullptr;
