@@ -473,22 +473,6 @@ class PlugInTest : public ::testing::Test {
   TempDir dir;
 };
 
-// The extent of a set of points as a map header keeps it.
-struct Extent {
-  double x0 = 0, y0 = 0, x1 = 0, y1 = 0, zmax = 0, zmin = 0;
-  explicit Extent(const std::vector<XYZ>& pts) {
-    for (size_t i = 0; i < pts.size(); i++) {
-      const XYZ& p = pts[i];
-      if (i == 0 || p.x < x0) x0 = p.x;
-      if (i == 0 || p.y < y0) y0 = p.y;
-      if (i == 0 || p.x > x1) x1 = p.x;
-      if (i == 0 || p.y > y1) y1 = p.y;
-      if (i == 0 || p.z > zmax) zmax = p.z;
-      if (i == 0 || p.z < zmin) zmin = p.z;
-    }
-  }
-};
-
 inline std::vector<XYZ> Concat(std::initializer_list<std::vector<XYZ>> parts) {
   std::vector<XYZ> all;
   for (const auto& p : parts) all.insert(all.end(), p.begin(), p.end());

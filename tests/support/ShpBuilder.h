@@ -86,30 +86,36 @@ inline Bytes PointContent(int type, double x, double y, double z = 0.0, double m
   return b;
 }
 
-inline void AddBox(Bytes& b, const std::vector<XYZ>& pts) {
-  double x0 = 0, y0 = 0, x1 = 0, y1 = 0;
-  for (size_t i = 0; i < pts.size(); i++) {
-    const XYZ& p = pts[i];
-    if (i == 0 || p.x < x0) x0 = p.x;
-    if (i == 0 || p.y < y0) y0 = p.y;
-    if (i == 0 || p.x > x1) x1 = p.x;
-    if (i == 0 || p.y > y1) y1 = p.y;
+// The extent of a set of points as a map header keeps it.
+struct Extent {
+  double x0 = 0, y0 = 0, x1 = 0, y1 = 0, zmax = 0, zmin = 0;
+  explicit Extent(const std::vector<XYZ>& pts) {
+    for (size_t i = 0; i < pts.size(); i++) {
+      const XYZ& p = pts[i];
+      if (i == 0 || p.x < x0) x0 = p.x;
+      if (i == 0 || p.y < y0) y0 = p.y;
+      if (i == 0 || p.x > x1) x1 = p.x;
+      if (i == 0 || p.y > y1) y1 = p.y;
+      if (i == 0 || p.z > zmax) zmax = p.z;
+      if (i == 0 || p.z < zmin) zmin = p.z;
+    }
   }
-  AddF64(b, x0);
-  AddF64(b, y0);
-  AddF64(b, x1);
-  AddF64(b, y1);
+};
+
+inline void AddBox(Bytes& b, const std::vector<XYZ>& pts) {
+  const Extent e(pts);
+  AddF64(b, e.x0);
+  AddF64(b, e.y0);
+  AddF64(b, e.x1);
+  AddF64(b, e.y1);
 }
 
-// Z range in the published order (least first) and one Z per point.
-inline void AddZ(Bytes& b, const std::vector<XYZ>& pts) {
-  double z0 = 0, z1 = 0;
-  for (size_t i = 0; i < pts.size(); i++) {
-    if (i == 0 || pts[i].z < z0) z0 = pts[i].z;
-    if (i == 0 || pts[i].z > z1) z1 = pts[i].z;
-  }
-  AddF64(b, z0);
-  AddF64(b, z1);
+// Z range, least first as published (or greatest first, as the plug-in
+// writes it), then one Z per point.
+inline void AddZ(Bytes& b, const std::vector<XYZ>& pts, bool greatest_first = false) {
+  const Extent e(pts);
+  AddF64(b, greatest_first ? e.zmax : e.zmin);
+  AddF64(b, greatest_first ? e.zmin : e.zmax);
   for (const XYZ& p : pts) AddF64(b, p.z);
 }
 
@@ -128,7 +134,8 @@ inline Bytes MultiPointContent(int type, const std::vector<XYZ>& pts) {
 }
 
 // PolyLine/Polygon (3, 5) or their Z variants (13, 15).
-inline Bytes PolyContent(int type, const std::vector<int>& parts, const std::vector<XYZ>& pts) {
+inline Bytes PolyContent(int type, const std::vector<int>& parts, const std::vector<XYZ>& pts,
+                         bool z_greatest_first = false) {
   Bytes b;
   AddLE32(b, type);
   AddBox(b, pts);
@@ -139,7 +146,7 @@ inline Bytes PolyContent(int type, const std::vector<int>& parts, const std::vec
     AddF64(b, p.x);
     AddF64(b, p.y);
   }
-  if (type == 13 || type == 15) AddZ(b, pts);
+  if (type == 13 || type == 15) AddZ(b, pts, z_greatest_first);
   return b;
 }
 
@@ -158,27 +165,7 @@ inline Bytes RawContent(int type, size_t extra) {
 inline Bytes WrittenContent(int type, const std::vector<int>& parts,
                             const std::vector<XYZ>& pts) {
   if (type == 1 || type == 11) return PointContent(type, pts.at(0).x, pts.at(0).y, pts.at(0).z, 0.0);
-  Bytes b;
-  AddLE32(b, type);
-  AddBox(b, pts);
-  AddLE32(b, static_cast<int32_t>(parts.size()));
-  AddLE32(b, static_cast<int32_t>(pts.size()));
-  for (int s : parts) AddLE32(b, s);
-  for (const XYZ& p : pts) {
-    AddF64(b, p.x);
-    AddF64(b, p.y);
-  }
-  if (type == 13 || type == 15) {
-    double z0 = pts.at(0).z, z1 = pts.at(0).z;
-    for (const XYZ& p : pts) {
-      if (p.z < z0) z0 = p.z;
-      if (p.z > z1) z1 = p.z;
-    }
-    AddF64(b, z1);
-    AddF64(b, z0);
-    for (const XYZ& p : pts) AddF64(b, p.z);
-  }
-  return b;
+  return PolyContent(type, parts, pts, true);
 }
 
 // Byte offsets inside a polyline content (from the shape-type word).
