@@ -48,6 +48,7 @@ int Manejador(TReadVectorMapPlugIn* reader, TLineAttributesPlugIn& attr) {
   return reader->BeginLine ? reader->BeginLine(reader, &attr) : -1;
 }
 
+// Deliberate: unlike lines, an exception from a callback here goes on to the host.
 void PuntoSuelto(TReadVectorMapPlugIn* reader, int id, double x, double y) {
   TLineAttributesPlugIn attr(Prototipo());
   attr.id_bd = id;
@@ -80,7 +81,9 @@ TErrorRegistro Lee_Polilinea(TReadVectorMapPlugIn* reader, int tipo, const unsig
   if (np > 0 && partes < 1) return "it has points but no parts";
   for (long long i = 0; i < partes; i++) {
     int32_t ini = GetInt(datos, shp::kPolyParts + 4 * i);
-    if (ini < 0 || ini >= np) return "a part starts outside its points";
+    // A part may start right at the end of the points (an empty line); only
+    // a start beyond them would point outside the record.
+    if (ini < 0 || ini > np) return "a part starts outside its points";
   }
 
   if (params.inpoint) {
@@ -123,7 +126,7 @@ TErrorRegistro Lee_Polilinea(TReadVectorMapPlugIn* reader, int tipo, const unsig
       }
     }
   } catch (...) {
-    // A host callback that throws ends the delivery of this record only.
+    // Deliberate: a throwing callback ends this line only; points let it through.
   }
   return nullptr;
 }
