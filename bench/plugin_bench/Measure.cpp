@@ -191,7 +191,8 @@ bool CopyFile(const std::string& from, const std::string& to, std::string& error
   return ok;
 }
 
-bool TailMove(const std::string& path, long long from, long long shift, std::string& error) {
+bool TailMove(const std::string& path, long long from, long long shift, std::string& error,
+              bool sync) {
   int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0) {
     error = Why("cannot open", path);
@@ -226,6 +227,10 @@ bool TailMove(const std::string& path, long long from, long long shift, std::str
     ok = ok && FullPwrite(fd, block, static_cast<size_t>(shift), from);
   }
   if (!ok) error = Why("cannot move the tail of", path);
+  if (ok && sync && ::fdatasync(fd) != 0) {
+    error = Why("cannot flush", path);
+    ok = false;
+  }
   if (::close(fd) != 0 && ok) {
     error = Why("cannot close", path);
     ok = false;

@@ -56,8 +56,10 @@ bool CopyFile(const std::string& from, const std::string& to, std::string& error
               bool flush = true);
 // Moves the bytes from `from` to the end of the file by `shift` bytes with
 // pread/pwrite in 1 MiB blocks: towards the start (negative; the freed end is
-// zeroed) or towards the end (positive; the gap is filled).
-bool TailMove(const std::string& path, long long from, long long shift, std::string& error);
+// zeroed) or towards the end (positive; the gap is filled). With `sync` the
+// file's data is then flushed to disk (fdatasync) before it is closed.
+bool TailMove(const std::string& path, long long from, long long shift, std::string& error,
+              bool sync = false);
 long long FileSize(const std::string& path);
 void RemoveFile(const std::string& path);
 

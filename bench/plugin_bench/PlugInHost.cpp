@@ -54,19 +54,15 @@ void KeepText(TStringPlugIn* self, const char* text) {
   *s->text += text ? text : "";
 }
 
-struct Reader {
-  TReadVectorMapPlugIn record;
-  Visit* visit;
-};
-static_assert(std::is_standard_layout<Reader>::value, "the reader starts with its record");
+static_assert(std::is_standard_layout<HostReader>::value, "the reader starts with its record");
 
 int32_t BeginLine(TReadVectorMapPlugIn* self, TLineAttributesPlugIn*) {
-  Visit* v = reinterpret_cast<Reader*>(self)->visit;
+  Visit* v = reinterpret_cast<HostReader*>(self)->visit;
   return static_cast<int32_t>(v->lines++);
 }
 
 void AddPoint(TReadVectorMapPlugIn* self, int32_t, TVectorPointPlugIn* p, int32_t) {
-  Visit* v = reinterpret_cast<Reader*>(self)->visit;
+  Visit* v = reinterpret_cast<HostReader*>(self)->visit;
   v->vertices++;
   v->sum += p->x + p->y + p->z;
 }
@@ -86,6 +82,13 @@ class Progress final : public TProgressPlugIn {
 
 }  // namespace
 
+void InitHostReader(HostReader& reader, Visit& visit) {
+  std::memset(&reader.record, 0, sizeof reader.record);
+  reader.record.BeginLine = BeginLine;
+  reader.record.AddPoint = AddPoint;
+  reader.visit = &visit;
+}
+
 Attributes::Attributes() { host::LineAttributeDefaults(bytes_); }
 
 HostMap::~HostMap() { Close(); }
@@ -102,11 +105,8 @@ bool HostMap::Open(const std::string& shp, bool create) {
 
 bool HostMap::Read(Visit& visit) {
   Sink sink{{KeepText}, &error_};
-  Reader reader;
-  std::memset(&reader.record, 0, sizeof reader.record);
-  reader.record.BeginLine = BeginLine;
-  reader.record.AddPoint = AddPoint;
-  reader.visit = &visit;
+  HostReader reader;
+  InitHostReader(reader, visit);
   Progress progress;
   const bool ok = p_.read(&map_, &reader.record, &sink.record, &progress) == 1;
   progress_bytes_ = progress.Done();

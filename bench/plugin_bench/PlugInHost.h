@@ -39,6 +39,14 @@ struct Visit {
   double sum = 0.0;
 };
 
+// The reader record the benchmark hands to the plug-in: its BeginLine and
+// AddPoint count and sum into `visit`. The parse floor calls the same two.
+struct HostReader {
+  TReadVectorMapPlugIn record;
+  Visit* visit;
+};
+void InitHostReader(HostReader& reader, Visit& visit);
+
 // Line attributes as the host fills them. Their constructor lives inside the
 // plug-in and is not exported, so the record is built here byte by byte.
 class Attributes {
