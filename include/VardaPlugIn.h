@@ -174,4 +174,29 @@ typedef int32_t (*VardaPlugIn_Delete_Poliline_Vector_Map_t)(TVectorMapPlugIn* ma
 typedef int32_t (*VardaPlugIn_Close_Vector_Map_t)(TVectorMapPlugIn* map);
 }
 
+// The same exports as declarations, for programs linked with the plug-in's
+// code instead of loading the module. The module defines each of them against
+// these declarations, so that a signature cannot drift from the typedefs
+// above without failing to build.
+extern "C" {
+int32_t VardaPlugIn_Version(void);
+int32_t VardaPlugIn_VersionPriv(void);
+int32_t VardaPlugIn_Init(void);
+const char* VardaPlugIn_GetTipoArchivos(void);
+const char* VardaPlugIn_VersionStr(void);
+int32_t VardaPlugIn_Open_Vector_Map(char* path, TVectorMapPlugIn* map, TStringPlugIn* err);
+int32_t VardaPlugIn_Read_Vector_Map3(TVectorMapPlugIn* map, TReadVectorMapPlugIn* reader,
+                                     TStringPlugIn* err, TProgressPlugIn* progress);
+int32_t VardaPlugIn_Add_Poliline_Vector_Map(TVectorMapPlugIn* map, TLineAttributesPlugIn* line,
+                                            int32_t num_points, TVectorPointPlugIn* points,
+                                            TStringPlugIn* err);
+int32_t VardaPlugIn_Delete_Poliline_Vector_Map(TVectorMapPlugIn* map, int32_t database_id,
+                                               TStringPlugIn* err);
+int32_t VardaPlugIn_Close_Vector_Map(TVectorMapPlugIn* map);
+// Message formats of file errors, each with one %s for the file name;
+// replaceable by the host, read when a message is composed.
+extern const char* fmt_open;
+extern const char* fmt_save;
+}
+
 #endif

@@ -3,7 +3,6 @@
 // renumber entry by entry) on the same maps, byte for byte, including maps
 // whose later records carry wrong numbers.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,15 +15,7 @@
 #include "VardaPlugIn.h"
 #include "plugin/MapDelete.h"
 #include "plugin/PrivateDataSHP.h"
-
-extern "C" {
-int32_t VardaPlugIn_Open_Vector_Map(char*, TVectorMapPlugIn*, TStringPlugIn*);
-int32_t VardaPlugIn_Read_Vector_Map3(TVectorMapPlugIn*, TReadVectorMapPlugIn*, TStringPlugIn*,
-                                     TProgressPlugIn*);
-int32_t VardaPlugIn_Add_Poliline_Vector_Map(TVectorMapPlugIn*, TLineAttributesPlugIn*, int32_t,
-                                            TVectorPointPlugIn*, TStringPlugIn*);
-int32_t VardaPlugIn_Close_Vector_Map(TVectorMapPlugIn*);
-}
+#include "support/TempDir.h"
 
 namespace {
 
@@ -46,16 +37,11 @@ void Escribe(const std::string& path, const std::vector<unsigned char>& b) {
 
 class DeleteEquivalence : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char plantilla[] = "/tmp/varda-delete-XXXXXX";
-    ASSERT_NE(mkdtemp(plantilla), nullptr);
-    dir_ = plantilla;
-  }
-  void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+  void SetUp() override { ASSERT_TRUE(tmp_.ok()); }
 
   // A PolyLine map whose records have the given numbers of points.
   std::string Crea(const std::vector<int>& puntos) {
-    std::string path = dir_ + "/base.shp";
+    std::string path = tmp_ / "base.shp";
     TVectorMapPlugIn map{};
     map.crear = 1;
     TStringPlugIn err{Recoge};
@@ -79,9 +65,9 @@ class DeleteEquivalence : public ::testing::Test {
   // Copies base.shp/.shx to NAME.shp/.shx, with record `mal` (if any)
   // carrying the number 999.
   std::string Copia(const std::string& nombre, int mal) {
-    std::string shp = dir_ + "/" + nombre + ".shp";
-    std::vector<unsigned char> b = Bytes(dir_ + "/base.shp");
-    std::vector<unsigned char> x = Bytes(dir_ + "/base.shx");
+    std::string shp = tmp_ / (nombre + ".shp");
+    std::vector<unsigned char> b = Bytes(tmp_ / "base.shp");
+    std::vector<unsigned char> x = Bytes(tmp_ / "base.shx");
     if (mal > 0) {
       size_t at = 100 + 8 * static_cast<size_t>(mal - 1);
       uint32_t off = (uint32_t(x[at]) << 24) | (uint32_t(x[at + 1]) << 16) |
@@ -90,7 +76,7 @@ class DeleteEquivalence : public ::testing::Test {
       std::memcpy(&b[2 * off], nueve, 4);
     }
     Escribe(shp, b);
-    Escribe(dir_ + "/" + nombre + ".shx", x);
+    Escribe(tmp_ / (nombre + ".shx"), x);
     return shp;
   }
 
@@ -129,7 +115,7 @@ class DeleteEquivalence : public ::testing::Test {
     EXPECT_TRUE(bloques.shx == plano.shx);
   }
 
-  std::string dir_;
+  TempDir tmp_;
 };
 
 const std::vector<int> kPuntos = {3, 1, 7, 2, 16, 5, 1, 9, 4, 2, 11, 6};
