@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "FileTestDir.h"
 #include "file/FicheroITV.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -12,9 +12,9 @@ class FicheroITVCacheTest : public ::testing::Test {
   void OpenPattern(TFicheroITV& f, size_t n, bool cached = true) {
     ASSERT_TRUE(tmp.Write("p.bin", Pattern(n)));
     int mode = MODO_LEER | MODO_BINARIO | (cached ? MODO_CACHE : 0);
-    ASSERT_TRUE(f.Abre(TStringNomFitx(tmp.Path("p.bin").c_str()), mode, nullptr));
+    ASSERT_TRUE(f.Abre(TStringNomFitx((tmp / "p.bin").c_str()), mode, nullptr));
   }
-  FileTestDir tmp;
+  TempDir tmp;
 };
 
 TEST_F(FicheroITVCacheTest, SmallFileIsHeldWholeAndEndIsInclusive) {
@@ -147,7 +147,7 @@ TEST_F(FicheroITVCacheTest, EmptyFile) {
 TEST_F(FicheroITVCacheTest, PositionsBeyondFourGigabytes) {
   const long long kGiB = 1LL << 30;
   const long long lejos = 4 * kGiB + 123456789;
-  TStringNomFitx nombre(tmp.Path("sparse.bin").c_str());
+  TStringNomFitx nombre((tmp / "sparse.bin").c_str());
   {
     TFicheroITV f;
     ASSERT_TRUE(f.Abre(nombre, MODO_ESCRIBIR | MODO_BINARIO, nullptr));

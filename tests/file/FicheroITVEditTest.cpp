@@ -3,8 +3,8 @@
 #include <random>
 #include <vector>
 
-#include "FileTestDir.h"
 #include "file/FicheroITVdatos.h"
+#include "support/TempDir.h"
 #include "thread/MonitorProc.h"
 
 namespace {
@@ -16,7 +16,7 @@ class TFicheroITVReferencia : public TFicheroITV {};
 class FicheroITVEditTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(tmp.ok()); }
-  TStringNomFitx Name(const char* rel) { return TStringNomFitx(tmp.Path(rel).c_str()); }
+  TStringNomFitx Name(const char* rel) { return TStringNomFitx((tmp / rel).c_str()); }
   std::string Move(TFicheroITV& f, const std::string& data, int desde, int d, int b, int fin) {
     if (!tmp.Write("m.bin", data)) return "<write failed>";
     if (!f.Abre(Name("m.bin"), MODO_LEER | MODO_BINARIO | MODO_ACTUALIZAR, nullptr))
@@ -25,7 +25,7 @@ class FicheroITVEditTest : public ::testing::Test {
     f.CierraEx();
     return tmp.Read("m.bin");
   }
-  FileTestDir tmp;
+  TempDir tmp;
 };
 
 TEST_F(FicheroITVEditTest, MoveTowardsTheStartZeroFillsTheTail) {

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "FileTestDir.h"
 #include "file/FicheroITVdatos.h"
+#include "support/TempDir.h"
 #include "thread/MonitorProc.h"
 
 namespace {
@@ -125,10 +125,10 @@ void Observa(void* contexto, const void*, int n) {
 }
 
 TEST(FicheroITVStreamTest, MonitoredWritesGoInChunks) {
-  FileTestDir tmp;
+  TempDir tmp;
   ASSERT_TRUE(tmp.ok());
   TFicheroITV f;
-  ASSERT_TRUE(f.Abre(TStringNomFitx(tmp.Path("m.bin").c_str()), MODO_ESCRIBIR | MODO_BINARIO,
+  ASSERT_TRUE(f.Abre(TStringNomFitx((tmp / "m.bin").c_str()), MODO_ESCRIBIR | MODO_BINARIO,
                      nullptr));
   std::string data = Pattern(100000);
   TMonitorProc mon;
@@ -151,7 +151,7 @@ TEST(FicheroITVStreamTest, MonitoredWritesGoInChunks) {
   EXPECT_EQ(tmp.Read("m.bin"), data + data.substr(0, 64000));
 
   // Monitored reads take the caller's chunk.
-  ASSERT_TRUE(f.Abre(TStringNomFitx(tmp.Path("m.bin").c_str()), MODO_LEER | MODO_BINARIO,
+  ASSERT_TRUE(f.Abre(TStringNomFitx((tmp / "m.bin").c_str()), MODO_LEER | MODO_BINARIO,
                      nullptr));
   std::string back(100000, '\0');
   mon.stop = false;

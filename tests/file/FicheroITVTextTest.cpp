@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "FileTestDir.h"
 #include "file/FicheroITVdatos.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -121,7 +121,7 @@ TEST(FicheroITVTextTest, ByteOrderMarks) {
 }
 
 TEST(FicheroITVTextTest, DiskFilesWithAndWithoutMarks) {
-  FileTestDir tmp;
+  TempDir tmp;
   ASSERT_TRUE(tmp.ok());
   for (const char* bom : {"", "\xEF\xBB\xBF"}) {
     for (const char* fin : {"\n", "\r", "\r\n"}) {
@@ -130,7 +130,7 @@ TEST(FicheroITVTextTest, DiskFilesWithAndWithoutMarks) {
       for (int extra : {0, MODO_CACHE}) {
         SCOPED_TRACE(std::string(bom) + "|" + fin + "|" + std::to_string(extra));
         TFicheroITV f;
-        ASSERT_TRUE(f.Abre(TStringNomFitx(tmp.Path("t.txt").c_str()), MODO_LEER | MODO_TEXTO | extra,
+        ASSERT_TRUE(f.Abre(TStringNomFitx((tmp / "t.txt").c_str()), MODO_LEER | MODO_TEXTO | extra,
                            nullptr));
         EXPECT_EQ(f.GetCodepage(), *bom ? 65001 : 1);
         DString s;

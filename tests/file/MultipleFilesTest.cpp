@@ -3,9 +3,9 @@
 #include <map>
 #include <vector>
 
-#include "FileTestDir.h"
 #include "core/Vector.h"
 #include "file/MultipleFiles.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -80,8 +80,8 @@ class MultipleFilesTest : public ::testing::Test {
     Set_MultipleFiles_Manager(&man);
   }
   void TearDown() override { Set_MultipleFiles_Manager(nullptr); }
-  TStringNomFitx Name(const char* rel) { return TStringNomFitx(tmp.Path(rel).c_str()); }
-  FileTestDir tmp;
+  TStringNomFitx Name(const char* rel) { return TStringNomFitx((tmp / rel).c_str()); }
+  TempDir tmp;
   TestManager man;
   std::string contenido;
 };
@@ -168,7 +168,7 @@ TEST_F(MultipleFilesTest, PositionAndListOfMembers) {
   long long largo = 0;
   EXPECT_EQ(f.GetMultipleFilePos(n, largo), 1000);
   EXPECT_EQ(largo, 200);
-  EXPECT_STREQ(n.c_str(), tmp.Path("data.pack").c_str());
+  EXPECT_STREQ(n.c_str(), (tmp / "data.pack").c_str());
   EXPECT_TRUE(f.Abierto());
 
   TStringNomFitx plano = Name("plain/a.shp");

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "FilesysTempDir.h"
 #include "filesys/StringNomFitx.h"
+#include "support/TempDir.h"
 #include "thread/MonitorProc.h"
 
 namespace {
@@ -28,7 +28,7 @@ class FileCrc32Test : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(tmp.ok()); }
   TStringNomFitx Name(const char* rel) { return TStringNomFitx((tmp / rel).c_str()); }
-  FilesysTempDir tmp;
+  TempDir tmp;
 };
 
 TEST_F(FileCrc32Test, CheckValueAndRanges) {

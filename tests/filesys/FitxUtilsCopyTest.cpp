@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "FilesysTempDir.h"
 #include "core/Vector.h"
 #include "file/MultipleFiles.h"
 #include "filesys/FitxUtils.h"
+#include "support/TempDir.h"
 #include "thread/MonitorProc.h"
 
 namespace {
@@ -15,7 +15,7 @@ TStringNomFitx N(const std::string& s) { return TStringNomFitx(s.c_str()); }
 class FitxUtilsCopyTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(tmp.ok()); }
-  FilesysTempDir tmp;
+  TempDir tmp;
 };
 
 TEST_F(FitxUtilsCopyTest, CopiesAndRespectsOverwrite) {

@@ -5,8 +5,8 @@
 #include <set>
 #include <string>
 
-#include "FilesysTempDir.h"
 #include "filesys/FitxUtils.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ std::set<std::string> names(Vector<TStringNomFitx>& v) {
 class FitxUtilsTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(tmp.ok()); }
-  FilesysTempDir tmp;
+  TempDir tmp;
 };
 
 TEST_F(FitxUtilsTest, CreatesEveryMissingParentOwnerOnly) {

@@ -3,8 +3,8 @@
 #include <map>
 #include <string>
 
-#include "FilesysTempDir.h"
 #include "filesys/IteradorFitx.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ class IteradorFitxTest : public ::testing::Test {
     while (it.Siguiente()) r[it.fitx.c_str()] = it.es_carpeta;
     return r;
   }
-  FilesysTempDir tmp;
+  TempDir tmp;
 };
 
 TEST_F(IteradorFitxTest, AllEntriesIncludingDotsAndHidden) {

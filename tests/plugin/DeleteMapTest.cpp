@@ -22,7 +22,7 @@ class DeleteMap : public PlugInTest {
     PlugInTest::SetUp();
     all = Concat({kR1, kR2, kR3});
     original = PolyLinesImage({kR1, kR2, kR3}, all);
-    path = dir.Put("rivers", original);
+    path = PutMap(dir, "rivers", original);
   }
   void OpenAndRead(MapSession& s, size_t lines = 3) {
     ASSERT_EQ(s.Open(), 1) << s.sink.All();
@@ -91,7 +91,7 @@ TEST_F(DeleteMap, LastRecordIsZeroFilledInPlace) {
 
 TEST_F(DeleteMap, OnlyRecordLeavesAnEmptyMap) {
   const ShpImage one = PolyLinesImage({kR2}, kR2);
-  dir.Put("rivers", one);
+  PutMap(dir, "rivers", one);
   {
     MapSession s(path);
     OpenAndRead(s, 1);
@@ -179,7 +179,7 @@ TEST_F(DeleteMap, GapToTheNextRecordOtherThanTheIndexedLengthStops) {
 
 TEST_F(DeleteMap, WrongNumberFurtherOnIsReported) {
   const ShpImage four = PolyLinesImage({kR1, kR2, kR3, kR4}, Concat({all, kR4}));
-  dir.Put("rivers", four);
+  PutMap(dir, "rivers", four);
   MapSession s(path);
   OpenAndRead(s, 4);
   Bytes shp = ReadFile(path);

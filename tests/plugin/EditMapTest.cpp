@@ -25,7 +25,7 @@ class EditMap : public PlugInTest {
   void SetUp() override {
     PlugInTest::SetUp();
     original = Lines({kR1, kR2, kR3}, Concat({kR1, kR2, kR3}));
-    path = dir.Put("roads", original);
+    path = PutMap(dir, "roads", original);
   }
   // Opens and reads the map, as a host does before changing it.
   void OpenAndRead(MapSession& s) {
@@ -52,7 +52,7 @@ TEST_F(EditMap, ReplacingTheMiddleRecordMovesTheTail) {
   for (const ReplaceCase& c : cases) {
     SCOPED_TRACE(c.name);
     TempDir d;
-    const std::string p = d.Put("roads", original);
+    const std::string p = PutMap(d, "roads", original);
     {
       MapSession s(p);
       OpenAndRead(s);
@@ -127,7 +127,7 @@ TEST_F(EditMap, AHeaderBoxAtZeroIsReplacedByTheNextAddition) {
   ShpImage img = original;
   for (Bytes* b : {&img.shp, &img.shx})
     for (size_t off = 36; off < 84; off += 8) PutF64(*b, off, off == 36 ? 0.000001 : 50.0);
-  dir.Put("roads", img);
+  PutMap(dir, "roads", img);
   const std::vector<XYZ> added = {{20, 21, 4}, {22, 23, 6}};
   {
     MapSession s(path);
@@ -148,7 +148,7 @@ TEST_F(EditMap, AHeaderTypeOfZeroIsFixedByReading) {
   ShpImage img = original;
   PutLE32(img.shp, 32, 0);
   PutLE32(img.shx, 32, 0);
-  dir.Put("roads", img);
+  PutMap(dir, "roads", img);
   const std::vector<XYZ> area = {{10, 10, 9}, {10, 11, 9}, {11, 11, 9}, {10, 10, 9}};
   {
     MapSession s(path);
@@ -242,7 +242,7 @@ TEST_F(EditMap, FormatsAreReadFromTheExportedPointersWhenUsed) {
     EXPECT_EQ(s.map.WriteMode(), 0);
   }
   // The .shx vanishes: the index is reported through the open format.
-  dir.Put("roads", original);
+  PutMap(dir, "roads", original);
   std::remove((path + ".bak").c_str());
   {
     MapSession s(path);

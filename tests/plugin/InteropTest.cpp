@@ -221,7 +221,7 @@ TEST_F(Interop, ChangedMapsReadBackEverywhere) {
       if (sh.pts.size() == 8) parts = {0, 4};
       b.Record(PolyContent(3, parts, sh.pts));
     }
-    return dir.Put(name, b.Build());
+    return PutMap(dir, name, b.Build());
   };
 
   {

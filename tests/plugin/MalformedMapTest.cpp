@@ -35,7 +35,7 @@ class Malformed : public PlugInTest {
   // records before it delivered.
   void ExpectReadRefused(const ShpImage& img, int n, bool with_shx = true) {
     TempDir d;
-    const std::string p = d.Put("bad", img, with_shx);
+    const std::string p = PutMap(d, "bad", img, with_shx);
     MapSession s(p);
     ASSERT_EQ(s.Open(), 1) << s.sink.All();
     EXPECT_EQ(s.Read(), 0);
@@ -52,7 +52,7 @@ class Malformed : public PlugInTest {
                          const std::function<int(MapSession&)>& change, int n, const char* verb) {
     TempDir d;
     const ShpImage img = Three();
-    const std::string p = d.Put("m", img);
+    const std::string p = PutMap(d, "m", img);
     MapSession s(p);
     ASSERT_EQ(s.Open(), 1);
     ASSERT_EQ(s.Read(), 1) << s.sink.All();
@@ -155,7 +155,7 @@ TEST_F(Malformed, PartIndicesOutsideThePoints) {
     const char* name;
     std::vector<int> parts;
   } cases[] = {
-      {"first at the count", {3}},
+      {"first beyond the count", {4}},
       {"first negative", {-1}},
       {"first huge", {0x7FFFFFFF}},
       {"later part beyond", {0, 99}},
@@ -172,7 +172,7 @@ TEST_F(Malformed, EmptyLineIsNoDamage) {
   ShpBuilder b(3);
   b.Record(PolyContent(3, {0}, kA)).Record(PolyContent(3, {}, {})).Record(PolyContent(3, {0}, kC));
   TempDir d;
-  MapSession s(d.Put("m", b.Build()));
+  MapSession s(PutMap(d, "m", b.Build()));
   ASSERT_EQ(s.Open(), 1);
   EXPECT_EQ(s.Read(), 1) << s.sink.All();
   ASSERT_EQ(s.reader.lines.size(), 2u);
@@ -188,7 +188,7 @@ TEST_F(Malformed, IndexShorterThanTheRecords) {
   // An index that says it holds two ends before the main file does.
   PutBE32(img.shx, 24, static_cast<int32_t>(img.shx.size() / 2));
   TempDir d;
-  MapSession s(d.Put("m", img));
+  MapSession s(PutMap(d, "m", img));
   ASSERT_EQ(s.Open(), 1);
   EXPECT_EQ(s.Read(), 0);
   EXPECT_EQ(s.sink.All(), "Error: FileSize error in the SHP - SHX header.");
@@ -199,7 +199,7 @@ TEST_F(Malformed, IndexEntriesPointingBeyondTheMainFile) {
   PutBE32(img.shx, ShpImage::IndexPos(2), 100000);
   TempDir d;
   {
-    MapSession s(d.Put("m", img));
+    MapSession s(PutMap(d, "m", img));
     ASSERT_EQ(s.Open(), 1);
     EXPECT_EQ(s.Read(), 0);
     EXPECT_EQ(s.sink.All(), "Error 1 in SHP-SHX relation in shape #1");
@@ -207,7 +207,7 @@ TEST_F(Malformed, IndexEntriesPointingBeyondTheMainFile) {
   }
   img = Three();
   PutBE32(img.shx, ShpImage::IndexPos(3), 100000);
-  MapSession s(d.Put("m", img));
+  MapSession s(PutMap(d, "m", img));
   ASSERT_EQ(s.Open(), 1);
   EXPECT_EQ(s.Read(), 0);
   EXPECT_EQ(s.sink.All(), "Error: FileSize error in the SHP - SHX header.");
@@ -259,7 +259,7 @@ TEST_F(Malformed, EditWithIndexShorterThanTheRecords) {
 TEST_F(Malformed, DeleteWithALaterEntryBeyondTheMainFileChangesNothing) {
   TempDir d;
   const ShpImage img = Three();
-  const std::string p = d.Put("m", img);
+  const std::string p = PutMap(d, "m", img);
   MapSession s(p);
   ASSERT_EQ(s.Open(), 1);
   ASSERT_EQ(s.Read(), 1);

@@ -17,7 +17,7 @@ class ReadMap : public PlugInTest {
   // Writes `img`, opens it and reads it with `rd` (and `pr`); returns the result.
   int ReadImage(const ShpImage& img, Reader& rd, Progress* pr = nullptr, bool with_shx = true) {
     TempDir d;
-    const std::string p = d.Put("m", img, with_shx);
+    const std::string p = PutMap(d, "m", img, with_shx);
     MapSession s(p);
     if (s.Open() != 1) {
       ADD_FAILURE() << "open: " << s.sink.All();
@@ -408,7 +408,7 @@ TEST_F(ReadMap, ExceptionFromALineIsSwallowedAndReadingGoesOn) {
 TEST_F(ReadMap, ExceptionFromAPointReachesTheHost) {
   const ShpImage img =
       ShpBuilder(1).Record(PointContent(1, 1, 1)).Record(PointContent(1, 2, 2)).Build();
-  const std::string p = dir.Put("pts", img);
+  const std::string p = PutMap(dir, "pts", img);
   MapSession s(p);
   ASSERT_EQ(s.Open(), 1);
   s.reader.throw_at_line_id = 2;
@@ -427,7 +427,7 @@ TEST_F(ReadMap, ExceptionFromAPointReachesTheHost) {
 }
 
 TEST_F(ReadMap, RepeatedReadsRestartAndRecount) {
-  const std::string p = dir.Put("m", ThreeLines());
+  const std::string p = PutMap(dir, "m", ThreeLines());
   MapSession s(p);
   ASSERT_EQ(s.Open(), 1);
   ASSERT_EQ(s.Read(), 1);

@@ -1,7 +1,6 @@
 // ShpBuilder.h - byte-level composition of .shp/.shx images for tests, so that
 // a well-formed map is a few lines and a damaged one a one-line edit of it;
-// plus file helpers, scratch folders and a byte comparison that says where
-// two images differ.
+// plus file helpers and a byte comparison that says where two images differ.
 #ifndef VARDA_TESTS_SHPBUILDER_H
 #define VARDA_TESTS_SHPBUILDER_H
 
@@ -12,10 +11,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/TempDir.h"
 
 namespace shptest {
 
@@ -301,40 +301,15 @@ inline Bytes ReadFile(const std::string& path) {
 
 inline bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
-// A scratch folder under $VARDA_TEST_TMP (or /tmp), removed with its contents.
-class TempDir {
- public:
-  TempDir() {
-    const char* base = std::getenv("VARDA_TEST_TMP");
-    std::string b = base && *base ? base : "/tmp";
-    std::error_code ec;
-    std::filesystem::create_directories(b, ec);
-    std::string tmpl = b + "/shp-XXXXXX";
-    if (mkdtemp(&tmpl[0])) path_ = tmpl;
-  }
-  ~TempDir() {
-    if (path_.empty()) return;
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
-  bool ok() const { return !path_.empty(); }
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& rel) const { return path_ + "/" + rel; }
-
-  // Writes both files of `img` as <stem>.shp and <stem>.shx; returns the .shp path.
-  std::string Put(const std::string& stem, const ShpImage& img, bool with_shx = true) const {
-    std::string shp = *this / (stem + ".shp");
-    WriteFile(shp, img.shp);
-    if (with_shx) WriteFile(*this / (stem + ".shx"), img.shx);
-    return shp;
-  }
-
- private:
-  std::string path_;
-};
+// Writes both files of `img` into `dir` as <stem>.shp and <stem>.shx;
+// returns the .shp path.
+inline std::string PutMap(const TempDir& dir, const std::string& stem, const ShpImage& img,
+                          bool with_shx = true) {
+  const std::string shp = dir / (stem + ".shp");
+  WriteFile(shp, img.shp);
+  if (with_shx) WriteFile(dir / (stem + ".shx"), img.shx);
+  return shp;
+}
 
 inline std::string ShxOf(const std::string& shp_path) {
   return shp_path.substr(0, shp_path.size() - 3) + "shx";

@@ -27,10 +27,9 @@ struct CommandResult {
 // Runs `cmd` through the shell; stdout and stderr are captured apart.
 inline CommandResult RunCommand(const std::string& cmd) {
   CommandResult r;
-  char err_path[] = "/tmp/shp-tool-err-XXXXXX";
-  int fd = mkstemp(err_path);
-  if (fd < 0) return r;
-  close(fd);
+  TempDir tmp;
+  if (!tmp.ok()) return r;
+  const std::string err_path = tmp / "stderr";
   FILE* p = popen((cmd + " 2>" + err_path).c_str(), "r");
   if (p) {
     char buf[65536];
@@ -39,9 +38,7 @@ inline CommandResult RunCommand(const std::string& cmd) {
     int st = pclose(p);
     r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
   }
-  Bytes e = ReadFile(err_path);
-  r.err.assign(e.begin(), e.end());
-  unlink(err_path);
+  r.err = tmp.Read("stderr");
   return r;
 }
 

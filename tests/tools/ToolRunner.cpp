@@ -34,30 +34,26 @@ void CopyFile(const std::string& from, const std::string& to) {
   fs::copy_file(from, to, fs::copy_options::overwrite_existing);
 }
 
-TempDir::TempDir() {
-  const char* base = std::getenv("VARDA_TEST_TMP");
-  std::string root = base && *base ? base : "/tmp";
-  fs::create_directories(root);
-  std::string templ = root + "/vardamap-XXXXXX";
-  std::vector<char> buf(templ.begin(), templ.end());
-  buf.push_back('\0');
-  if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
-  path_ = buf.data();
-}
-
-TempDir::~TempDir() {
-  std::error_code ec;
-  fs::remove_all(path_, ec);
-}
-
 Result Vardamap(const std::vector<std::string>& args, const std::string& input,
            const std::vector<std::string>& env) {
-  TempDir io;
-  const std::string in = io / "stdin", out = io / "stdout", err = io / "stderr";
-  std::ofstream(in, std::ios::binary) << input;
-
   std::vector<std::string> argv_s{VARDAMAP_BIN};
   argv_s.insert(argv_s.end(), args.begin(), args.end());
+  return RunProgram(argv_s, input, env);
+}
+
+Result RunProgram(std::vector<std::string> argv_s, const std::string& input, const std::vector<std::string>& env) {
+  TempDir io;
+  if (!io.ok()) throw std::runtime_error("no scratch folder");
+  const std::string in = io / "stdin", out = io / "stdout", err = io / "stderr";
+  std::ofstream(in, std::ios::binary) << input;
+  if (argv_s.empty()) throw std::runtime_error("no program to run");
+  if (argv_s[0].find('/') == std::string::npos) {
+    for (const char* dir : {"/usr/bin/", "/bin/", "/usr/local/bin/"})
+      if (access((dir + argv_s[0]).c_str(), X_OK) == 0) {
+        argv_s[0] = dir + argv_s[0];
+        break;
+      }
+  }
   std::vector<char*> argv;
   for (std::string& a : argv_s) argv.push_back(a.data());
   argv.push_back(nullptr);
@@ -93,6 +89,25 @@ Result Vardamap(const std::vector<std::string>& args, const std::string& input,
 }
 
 std::string CorpusDir() { return VARDA_CORPUS_DIR; }
+
+std::string GisCorpusDir() { return std::string(VARDA_CORPUS_DIR) + "-gis"; }
+
+bool HaveGisCorpus() { return FileExists(GisCorpusDir() + "/nc.dbf"); }
+
+std::string CopyGisMap(const std::string& name, const TempDir& dir) {
+  for (const char* ext : {".shp", ".shx", ".dbf", ".prj"}) {
+    const std::string from = GisCorpusDir() + "/" + name + ext;
+    if (!FileExists(from)) continue;
+    CopyFile(from, dir / (name + ext));
+    fs::permissions(dir / (name + ext), fs::perms::owner_write, fs::perm_options::add);
+  }
+  return dir / (name + ".shp");
+}
+
+bool VardamapHasGdal() {
+  static const int has = Vardamap({"--version"}).out.find("\ngdal          none") == std::string::npos;
+  return has != 0;
+}
 
 bool HaveCorpus() { return FileExists(CorpusDir() + "/pline.shp"); }
 

@@ -1,11 +1,13 @@
 // ToolRunner.h - runs the vardamap binary as a user would and captures what
-// it prints; temporary folders for the maps it writes.
+// it prints; helpers for the maps it reads and writes.
 #ifndef VARDA_TESTS_TOOLS_TOOLRUNNER_H
 #define VARDA_TESTS_TOOLS_TOOLRUNNER_H
 
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "support/TempDir.h"
 
 namespace vmtest {
 
@@ -18,20 +20,10 @@ struct Result {
 // extra environment variables `env` ("NAME=value").
 Result Vardamap(const std::vector<std::string>& args, const std::string& input = "",
            const std::vector<std::string>& env = {});
-
-// A fresh folder, removed with everything in it when the object goes.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
+// Runs any program (`argv[0]` a path, or a name looked up in /usr/bin and
+// /bin) the same way.
+Result RunProgram(std::vector<std::string> argv, const std::string& input = "",
+           const std::vector<std::string>& env = {});
 
 std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
@@ -40,6 +32,13 @@ void CopyFile(const std::string& from, const std::string& to);
 std::string CopyCorpusMap(const std::string& name, const TempDir& dir);
 std::string CorpusDir();
 bool HaveCorpus();
+// ../shared/corpus-gis: maps with their .dbf and .prj.
+std::string GisCorpusDir();
+bool HaveGisCorpus();
+// Copies NAME.shp, .shx, .dbf and .prj (writable) into `dir`; returns the .shp path.
+std::string CopyGisMap(const std::string& name, const TempDir& dir);
+// False for a build without GDAL (its --version says so).
+bool VardamapHasGdal();
 std::vector<std::string> CorpusMaps();  // full paths of every .shp, sorted
 // The first line of `text`, and how many lines it has.
 int CountLines(const std::string& text);
