@@ -31,22 +31,38 @@ inline bool LeeBytes(TFicheroITV& f, void* destino, int n) {
   return f.LeeTokenBin(destino, n, nullptr, -1);
 }
 
+// How one record ends the walk, or lets it go on.
+enum class TPaso { kSigue, kFallo, kFinConExito };
+
 class LecturaMapa {
  public:
   LecturaMapa(TPrivateDataSHP& d, TReadVectorMapPlugIn* reader, TStringPlugIn* err,
               TProgressPlugIn* progress)
-      : d_(d), F_(d.shp), X_(d.shx), reader_(reader), err_(err), progress_(progress) {}
+      : d_(d), F_(d.Shp()), X_(d.Shx()), reader_(reader), err_(err), progress_(progress) {}
 
-  int Lee();
+  TResultado Lee();
 
  private:
   bool Cancelado() { return progress_ && progress_->IsCancelled(); }
   void Avanza(long long n) {
     if (progress_) progress_->Advance(static_cast<int32_t>(n));
   }
+  // Damage found: the message goes out and the map is marked as refused, so
+  // that no edit builds on what could not be read.
+  TResultado Rechaza(const char* texto) {
+    EnviaError(err_, texto);
+    rechazado_ = true;
+    return TResultado::kFallo;
+  }
+  TPaso RechazaRegistro(int registro, const char* que) {
+    ErrorRegistro(err_, registro, que);
+    rechazado_ = true;
+    return TPaso::kFallo;
+  }
   bool ComparaCabeceras(long long N);
-  // One record at position P; returns 1 to go on, 0 to fail, 2 to end with success.
-  int LeeRegistro(long long P, bool idx_ok, int32_t io, int32_t il);
+  TResultado Recorre(long long N);
+  // One record whose 12-byte header (number, length, type) is in `cab`.
+  TPaso LeeRegistro(long long P, const unsigned char* cab, bool idx_ok, int32_t io, int32_t il);
 
   TPrivateDataSHP& d_;
   TFicheroITV& F_;
@@ -57,6 +73,10 @@ class LecturaMapa {
   TSearchParams params_;
   TReadVectorMapPlugIn sin_lector_{};
   long long tam_ = 0;
+  bool rechazado_ = false;
+
+ public:
+  bool Rechazado() const { return rechazado_; }
 };
 
 bool LecturaMapa::ComparaCabeceras(long long N) {
@@ -65,9 +85,9 @@ bool LecturaMapa::ComparaCabeceras(long long N) {
   X_.LeeTokenBin(hx, shp::kHeaderSize, nullptr, -1);
   // The index's own length, taken before the two headers are made to agree.
   const long long long_x = 2LL * shp::GetBigInt(hx, shp::kHdrFileLength);
-  std::memcpy(hx + shp::kHdrFileLength, d_.cabecera + shp::kHdrFileLength, 4);
-  if (std::memcmp(hx, d_.cabecera, shp::kHdrCompared) != 0) {
-    EnviaError(err_, "Error: headers are not identical between SHP and SHX");
+  std::memcpy(hx + shp::kHdrFileLength, d_.Cabecera() + shp::kHdrFileLength, 4);
+  if (std::memcmp(hx, d_.Cabecera(), shp::kHdrCompared) != 0) {
+    Rechaza("Error: headers are not identical between SHP and SHX");
     return false;
   }
   int32_t ult[2] = {0, 0};
@@ -75,27 +95,34 @@ bool LecturaMapa::ComparaCabeceras(long long N) {
   const long long O = shp::Reverse(ult[0]), L = shp::Reverse(ult[1]);
   // Up to 4 words of difference cover the end mark of maps written here.
   if (std::llabs(O + L + 4 - N) > 4 && O > 0 && L > 0) {
-    EnviaError(err_, "Error: FileSize error in the SHP - SHX header.");
+    Rechaza("Error: FileSize error in the SHP - SHX header.");
     return false;
   }
   X_.Posicionate64(shp::kHeaderSize);
   return true;
 }
 
-int LecturaMapa::Lee() {
+TResultado LecturaMapa::Lee() {
   if (!reader_) reader_ = &sin_lector_;  // no callbacks: nothing delivered
 
-  d_.Asienta();
+  DString msg;
+  if (!d_.PagaMarcaFinal(msg)) {
+    EnviaError(err_, msg.c_str());
+    return TResultado::kFallo;
+  }
   F_.Posicionate64(0);
   tam_ = F_.FileSize64();
   if (progress_) progress_->SetTotal(static_cast<int32_t>(tam_ - shp::kHeaderSize));
-  if (tam_ < shp::kHeaderSize ||
-      !F_.LeeTokenBin(d_.cabecera, shp::kHeaderSize, nullptr, -1)) {
-    EnviaError(err_, "Error: the 100-byte header of the SHP file cannot be read.");
-    return 0;
+  if (tam_ > kMaxBytesMapa) {
+    msg = "Error: ";
+    msg << d_.Path().c_str() << " is too large for a shapefile: " << tam_
+        << " bytes, more than its header can count.";
+    return Rechaza(msg.c_str());
   }
-  // Only Xmin is looked at: a box whose Xmin is about zero counts as unset.
-  if (std::fabs(shp::GetDouble(d_.cabecera, shp::kHdrXmin)) > 1e-05) d_.extremos = true;
+  if (tam_ < shp::kHeaderSize ||
+      !F_.LeeTokenBin(d_.CabeceraParaLeer(), shp::kHeaderSize, nullptr, -1))
+    return Rechaza("Error: the 100-byte header of the SHP file cannot be read.");
+  d_.CabeceraLeida();
 
   try {
     params_ = Lee_Opciones(reader_->opciones);
@@ -103,96 +130,99 @@ int LecturaMapa::Lee() {
     params_ = TSearchParams();
   }
 
-  const long long N = shp::GetBigInt(d_.cabecera, shp::kHdrFileLength);
-  if (d_.shx_abierto && !ComparaCabeceras(N)) return 0;
-
-  d_.long_shp_words = static_cast<int>(N);
-  d_.num_registros = 0;
-  d_.marca_final = false;
-  bool stop = false;
-  while (!F_.eof() && !stop) {
-    const long long P = F_.PosActual64();
-    int32_t entrada[2] = {0, 0};
-    // A missing entry only matters if a record turns out to be there.
-    const bool idx_ok = !d_.shx_abierto || LeeBytes(X_, entrada, 8);
-    int32_t numero = 0;
-    const bool leido = LeeBytes(F_, &numero, 4);
-    if (F_.eof() || P >= 2 * N) stop = true;
-    if (!leido && !stop) {
-      ErrorRegistro(err_, d_.num_registros + 1, "its header cannot be read");
-      return 0;
-    }
-    if (numero == 0) {  // the end mark
-      if (leido && P + 4 == 2 * N) d_.marca_final = true;
-      stop = true;
-    }
-    if (stop) continue;
-    int r = LeeRegistro(P, idx_ok, shp::Reverse(entrada[0]), shp::Reverse(entrada[1]));
-    if (r != 1) return r == 2 ? 1 : 0;
-  }
-  return 1;
+  const long long N = shp::GetBigInt(d_.Cabecera(), shp::kHdrFileLength);
+  if (d_.ShxAbierto() && !ComparaCabeceras(N)) return TResultado::kFallo;
+  d_.EmpiezaLectura(static_cast<int32_t>(N));
+  return Recorre(N);
 }
 
-int LecturaMapa::LeeRegistro(long long P, bool idx_ok, int32_t io, int32_t il) {
-  int32_t cab[2];
-  if (!LeeBytes(F_, cab, 8)) {
-    ErrorRegistro(err_, d_.num_registros + 1, "the record is cut short by the end of the file");
-    return 0;
-  }
-  const int32_t C = shp::Reverse(cab[0]);
-  const int32_t T = cab[1];
-  if (d_.shx_abierto) {
-    if (!idx_ok) {
-      ErrorRegistro(err_, d_.num_registros + 1, "the SHX index has no entry for it");
-      return 0;
+TResultado LecturaMapa::Recorre(long long N) {
+  for (;;) {
+    const long long P = F_.PosActual64();
+    if (P >= tam_) return TResultado::kHecho;  // the end of the file
+    int32_t entrada[2] = {0, 0};
+    // A missing entry only matters if a record turns out to be there.
+    const bool idx_ok = !d_.ShxAbierto() || LeeBytes(X_, entrada, 8);
+    // The record header in one piece: number, content length and shape type,
+    // as much of it as the file holds.
+    unsigned char cab[12] = {0};
+    const long long queda = tam_ - P;
+    const int n = static_cast<int>(queda < 12 ? queda : 12);
+    const bool leido = LeeBytes(F_, cab, n);
+    // Reading ends at the end of the file or of the counted length, and at a
+    // zero record number (an end mark); that word is not a record.
+    if (P + 4 >= tam_ || P >= 2 * N) {
+      if (leido && n >= 4 && shp::GetInt(cab, 0) == 0 && P + 4 == 2 * N) d_.MarcaFinalLeida();
+      return TResultado::kHecho;
     }
+    if (!leido) {
+      RechazaRegistro(d_.NumRegistros() + 1, "its header cannot be read");
+      return TResultado::kFallo;
+    }
+    if (shp::GetInt(cab, 0) == 0) {
+      if (P + 4 == 2 * N) d_.MarcaFinalLeida();
+      return TResultado::kHecho;
+    }
+    if (n < 12) {
+      RechazaRegistro(d_.NumRegistros() + 1, "the record is cut short by the end of the file");
+      return TResultado::kFallo;
+    }
+    const TPaso paso =
+        LeeRegistro(P, cab, idx_ok, shp::Reverse(entrada[0]), shp::Reverse(entrada[1]));
+    if (paso == TPaso::kSigue) continue;
+    // Records after this one were not counted; an edit counts them first.
+    if (!rechazado_) d_.LecturaParcial(P + shp::kRecordHeaderSize + 2LL * shp::GetBigInt(cab, 4));
+    return paso == TPaso::kFinConExito ? TResultado::kHecho : TResultado::kFallo;
+  }
+}
+
+TPaso LecturaMapa::LeeRegistro(long long P, const unsigned char* cab, bool idx_ok, int32_t io,
+                               int32_t il) {
+  const int32_t C = shp::GetBigInt(cab, 4);
+  const int32_t T = shp::GetInt(cab, 8);
+  if (d_.ShxAbierto()) {
+    if (!idx_ok) return RechazaRegistro(d_.NumRegistros() + 1, "the SHX index has no entry for it");
     if (2LL * io != P || C != il) {
       DString msg("Error 1 in SHP-SHX relation in shape #");
-      msg << d_.num_registros;
-      EnviaError(err_, msg.c_str());
-      return 0;
+      msg << d_.NumRegistros();
+      Rechaza(msg.c_str());
+      return TPaso::kFallo;
     }
   }
-  const int id = ++d_.num_registros;
-  if (C < 2) {
-    ErrorRegistro(err_, id, "its content length is shorter than its shape type");
-    return 0;
-  }
+  const int id = d_.RegistroLeido();
+  if (C < 2) return RechazaRegistro(id, "its content length is shorter than its shape type");
   if (static_cast<uint32_t>(T) - 1u > 30u) {
-    // A Null record, or a type beyond the format, ends the map with success.
-    if (Cancelado()) return 0;
+    // Deliberate: a Null record (or a type beyond the format) ends the map
+    // with success, and its progress step is C + 12, not the record's size.
+    if (Cancelado()) return TPaso::kFallo;
     Avanza(static_cast<long long>(C) + 12);
-    return 2;
+    return TPaso::kFinConExito;
   }
-  int32_t tipo_mapa = shp::GetInt(d_.cabecera, shp::kHdrShapeType);
+  const int32_t tipo_mapa = d_.TipoMapa();
   if (T != tipo_mapa) {
     if (tipo_mapa != 0) {
-      EnviaError(err_, "ShapeType Error reading SHP file.");
-      return 0;
+      Rechaza("ShapeType Error reading SHP file.");
+      return TPaso::kFallo;
     }
-    shp::PutInt(d_.cabecera, shp::kHdrShapeType, T);
+    d_.PonTipoMapa(T);
   }
   const long long bytes = 2LL * C - 4;
-  if (P + shp::kRecordHeaderSize + 4 + bytes > tam_) {
-    ErrorRegistro(err_, id, "its content length goes beyond the end of the file");
-    return 0;
-  }
+  if (P + shp::kRecordHeaderSize + 4 + bytes > tam_)
+    return RechazaRegistro(id, "its content length goes beyond the end of the file");
   // Usually the contents lie in the cache's span and are read in place; a
   // record across the span's end is copied into the reused record buffer.
   const unsigned char* datos =
       reinterpret_cast<const unsigned char*>(F_.LeeEnSpan(static_cast<int>(bytes)));
   if (!datos) {
     try {
-      if (d_.registro.size() < static_cast<size_t>(bytes)) d_.registro.resize(bytes);
+      if (d_.Registro().size() < static_cast<size_t>(bytes)) d_.Registro().resize(bytes);
     } catch (const std::bad_alloc&) {
       ErrorRegistro(err_, id, "there is not enough memory for its contents");
-      return 0;
+      return TPaso::kFallo;
     }
-    if (bytes > 0 && !F_.LeeTokenBin(d_.registro.data(), static_cast<int>(bytes), nullptr, -1)) {
-      ErrorRegistro(err_, id, "its contents cannot be read");
-      return 0;
-    }
-    datos = d_.registro.data();
+    if (bytes > 0 && !F_.LeeTokenBin(d_.Registro().data(), static_cast<int>(bytes), nullptr, -1))
+      return RechazaRegistro(id, "its contents cannot be read");
+    datos = d_.Registro().data();
   }
   const int len = static_cast<int>(bytes);
   TErrorRegistro fallo = nullptr;
@@ -214,13 +244,10 @@ int LecturaMapa::LeeRegistro(long long P, bool idx_ok, int32_t io, int32_t il) {
     default:
       break;  // other types up to 31 are read and skipped
   }
-  if (fallo) {
-    ErrorRegistro(err_, id, fallo);
-    return 0;
-  }
-  if (Cancelado()) return 0;
+  if (fallo) return RechazaRegistro(id, fallo);
+  if (Cancelado()) return TPaso::kFallo;
   Avanza(2LL * C + 8);
-  return 1;
+  return TPaso::kSigue;
 }
 
 }  // namespace
@@ -235,5 +262,7 @@ VARDA_EXPORT int32_t VardaPlugIn_Read_Vector_Map3(TVectorMapPlugIn* map,
     return 0;
   }
   LecturaMapa lectura(*d, reader, err, progress);
-  return lectura.Lee();
+  const TResultado r = lectura.Lee();
+  d->LecturaTerminada(lectura.Rechazado());
+  return AlHost(r);
 }

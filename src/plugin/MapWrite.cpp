@@ -1,9 +1,10 @@
 // Adding a line to a map, or replacing the record the line names.
+#include <climits>
 #include <cstring>
-#include <memory>
+#include <new>
 
 #include "VardaPlugIn.h"
-#include "file/FicheroITVdatos.h"
+#include "plugin/MapIO.h"
 #include "plugin/PrivateDataSHP.h"
 #include "plugin/ShapeFileLayout.h"
 #include "plugin/ShapeWriter.h"
@@ -11,135 +12,136 @@
 
 namespace {
 
-void EnsanchaCabecera(TPrivateDataSHP& d, int n, const TVectorPointPlugIn* pts) {
-  unsigned char* c = d.cabecera;
-  double xmin = shp::GetDouble(c, shp::kHdrXmin), ymin = shp::GetDouble(c, shp::kHdrYmin);
-  double xmax = shp::GetDouble(c, shp::kHdrXmax), ymax = shp::GetDouble(c, shp::kHdrYmax);
-  double zmax = shp::GetDouble(c, shp::kHdrZmaxSlot), zmin = shp::GetDouble(c, shp::kHdrZminSlot);
-  Incre_ExtremosS(n, pts, d.extremos, xmin, ymin, xmax, ymax, zmax, zmin);
-  shp::PutDouble(c, shp::kHdrXmin, xmin);
-  shp::PutDouble(c, shp::kHdrYmin, ymin);
-  shp::PutDouble(c, shp::kHdrXmax, xmax);
-  shp::PutDouble(c, shp::kHdrYmax, ymax);
-  shp::PutDouble(c, shp::kHdrZmaxSlot, zmax);
-  shp::PutDouble(c, shp::kHdrZminSlot, zmin);
-}
-
-void ErrorEdicion(TStringPlugIn* err, int registro, const char* que) {
+DString ErrorEdicion(int registro, const char* que) {
   DString msg("Error: record ");
   msg << registro << " cannot be replaced: " << que << ".";
-  EnviaError(err, msg.c_str());
+  return msg;
 }
 
-int Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, int n,
-              TVectorPointPlugIn* pts, TStringPlugIn* err) {
-  d.Asienta();
+DString DemasiadoGrande(const DString& path) {
+  DString msg("Error: ");
+  msg << path.c_str() << " would grow beyond the largest size a shapefile can count.";
+  return msg;
+}
+
+TResultado Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, int n,
+                     TVectorPointPlugIn* pts, DString& msg) {
+  if (!d.PagaMarcaFinal(msg)) return TResultado::kFallo;
+  TFicheroITV& F = d.Shp();
+  TFicheroITV& X = d.Shx();
   const int k = line.id_bd;
-  const long long n_reg = d.num_registros;
-  const long long fin_shp = 2LL * d.long_shp_words;
+  const long long n_reg = d.NumRegistros();
+  const long long fin_shp = d.FinShp();
   // The index must hold every entry the record count promises before any of
   // them is rewritten.
-  if (d.shx.FileSize64() < shp::IndexEntryPos(n_reg + 1)) {
-    ErrorEdicion(err, k, "the SHX index is shorter than the number of records");
-    return 0;
+  if (X.FileSize64() < shp::IndexEntryPos(n_reg + 1)) {
+    msg = ErrorEdicion(k, "the SHX index is shorter than the number of records");
+    return TResultado::kFallo;
   }
   int32_t entrada[2];
-  d.shx.Posicionate64(shp::IndexEntryPos(k));
-  if (!d.shx.LeeTokenBin(entrada, 8, nullptr, -1)) {
-    ErrorEdicion(err, k, "its SHX entry cannot be read");
-    return 0;
-  }
+  if (!mapio::Lee(X, shp::IndexEntryPos(k), entrada, 8, msg)) return TResultado::kFallo;
   const long long offset = 2LL * shp::Reverse(entrada[0]);
   const long long viejo = 2LL * shp::Reverse(entrada[1]);
-  if (offset < shp::kHeaderSize || viejo < 0 ||
-      offset + shp::kRecordHeaderSize + viejo > fin_shp || fin_shp > d.shp.FileSize64()) {
-    ErrorEdicion(err, k, "its SHX entry points outside the SHP file");
-    return 0;
+  const long long tam = F.FileSize64();
+  if (offset < shp::kHeaderSize || offset + shp::kRecordHeaderSize > tam) {
+    msg = ErrorEdicion(k, "its SHX entry points outside the SHP file");
+    return TResultado::kFallo;
   }
+  // The format's own check comes before ours: the record must carry its number.
   int32_t cab[2] = {0, 0};
-  d.shp.Posicionate64(offset);
-  d.shp.LeeTokenBin(cab, 8, nullptr, -1);
+  if (!mapio::Lee(F, offset, cab, 8, msg)) return TResultado::kFallo;
   if (shp::Reverse(cab[0]) != k) {
-    EnviaError(err, "Error corrupt data in SHP-SHX");
-    return 0;
+    msg = "Error corrupt data in SHP-SHX";
+    return TResultado::kFallo;
+  }
+  // The record is measured against the file as it is on disk: the counted
+  // length may fall a few words short of it, which reading accepts.
+  if (viejo < 0 || offset + shp::kRecordHeaderSize + viejo > tam) {
+    msg = ErrorEdicion(k, "its SHX entry points outside the SHP file");
+    return TResultado::kFallo;
   }
 
-  TFicheroITVdatos mem(18, 1000);
-  Guarda_Elemento(tipo, line, n, pts, mem);
-  int nuevo = 0;
-  std::unique_ptr<char[]> buf(static_cast<char*>(mem.Cierra_Retornando_Ptr(nuevo)));
+  std::vector<unsigned char>& r = d.Bloque();
+  r.assign(4, 0);  // room for the content length
+  const long long nuevo = Compone_Elemento(tipo, n, pts, r);
+  const long long delta = nuevo - viejo;
 
-  if (nuevo == viejo) {
-    d.shp.Posicionate64(offset + shp::kRecordHeaderSize);
-    d.shp.PonTokenBin(buf.get(), nuevo, nullptr, -1);
+  if (delta == 0) {
+    if (!mapio::Escribe(F, offset + shp::kRecordHeaderSize, r.data() + 4, nuevo, msg))
+      return TResultado::kFallo;
   } else {
-    const long long delta = nuevo - viejo;
-    d.shp.MoveBytesEnd(static_cast<int>(offset + shp::kRecordHeaderSize + viejo),
-                       static_cast<int>(delta), 1024, static_cast<int>(fin_shp));
-    d.shp.Posicionate64(offset + 4);
-    int32_t largo = shp::Reverse(nuevo / 2);
-    d.shp.PonTokenBin(&largo, 4, nullptr, -1);
-    d.shp.PonTokenBin(buf.get(), nuevo, nullptr, -1);
-
-    d.shx.Posicionate64(shp::IndexEntryPos(k) + 4);
-    d.shx.PonTokenBin(&largo, 4, nullptr, -1);
+    if (fin_shp > tam) {
+      msg = ErrorEdicion(k, "the SHP header gives a length beyond the end of the file");
+      return TResultado::kFallo;
+    }
+    if (fin_shp + delta > kMaxBytesMapa) {
+      msg = DemasiadoGrande(d.Path());
+      return TResultado::kFallo;
+    }
     // The later entries move by the same amount: read, shifted in memory and
     // written back in one run each.
     const long long resto = n_reg - k;
-    if (resto > 0) {
-      d.bloque.resize(static_cast<size_t>(resto) * shp::kIndexEntrySize);
-      unsigned char* e = d.bloque.data();
-      d.shx.Posicionate64(shp::IndexEntryPos(k + 1));
-      d.shx.LeeTokenBin(e, static_cast<int>(d.bloque.size()), nullptr, -1);
-      for (long long j = 0; j < resto; j++) {
-        const long long at = j * shp::kIndexEntrySize;
-        shp::PutBigInt(e, at, static_cast<int32_t>(shp::GetBigInt(e, at) + delta / 2));
-      }
-      d.shx.Posicionate64(shp::IndexEntryPos(k + 1));
-      d.shx.PonTokenBin(e, static_cast<int>(d.bloque.size()), nullptr, -1);
+    std::vector<unsigned char> e(static_cast<size_t>(resto > 0 ? resto : 0) * shp::kIndexEntrySize);
+    if (resto > 0 && !mapio::Lee(X, shp::IndexEntryPos(k + 1), e.data(),
+                                 static_cast<long long>(e.size()), msg))
+      return TResultado::kFallo;
+    if (!mapio::Mueve(F, offset + shp::kRecordHeaderSize + viejo, delta, fin_shp, msg))
+      return TResultado::kFallo;
+    shp::PutBigInt(r.data(), 0, static_cast<int32_t>(nuevo / 2));
+    if (!mapio::Escribe(F, offset + 4, r.data(), 4 + nuevo, msg) ||
+        !mapio::Escribe(X, shp::IndexEntryPos(k) + 4, r.data(), 4, msg))
+      return TResultado::kFallo;
+    for (long long j = 0; j < resto; j++) {
+      const long long at = j * shp::kIndexEntrySize;
+      shp::PutBigInt(e.data(), at, static_cast<int32_t>(shp::GetBigInt(e.data(), at) + delta / 2));
     }
-    d.SumaPalabras(delta / 2);
+    if (resto > 0 && !mapio::Escribe(X, shp::IndexEntryPos(k + 1), e.data(),
+                                     static_cast<long long>(e.size()), msg))
+      return TResultado::kFallo;
+    d.RegistroCambiado(delta / 2);
   }
-  // The box only ever grows: the replaced shape's extent stays in it.
-  EnsanchaCabecera(d, n, pts);
-  d.modificado = true;
-  return 1;
+  // Deliberate: the box only ever grows; the replaced shape's extent stays in it.
+  d.EnsanchaCaja(n, pts);
+  d.ContenidoCambiado();
+  return TResultado::kHecho;
 }
 
-int Anyade(TPrivateDataSHP& d, bool crear, int tipo, TLineAttributesPlugIn& line, int n,
-           TVectorPointPlugIn* pts) {
-  if (!crear && d.marca_final) {
-    d.long_shp_words -= 2;
-    d.marca_final = false;
-    d.anyadiendo = false;
+TResultado Anyade(TPrivateDataSHP& d, bool crear, int tipo, TLineAttributesPlugIn& line, int n,
+                  TVectorPointPlugIn* pts, DString& msg) {
+  TFicheroITV& F = d.Shp();
+  TFicheroITV& X = d.Shx();
+  if (!crear) {
+    d.AbsorbeMarcaContada();
+    // Consecutive appends find both files where the last one left them.
+    if (d.Marca() != TPrivateDataSHP::TMarcaFinal::kDebida &&
+        (!mapio::Situa(X, shp::kHeaderSize + 8LL * d.NumRegistros(), msg) ||
+         !mapio::Situa(F, d.FinShp(), msg)))
+      return TResultado::kFallo;
   }
-  if (!crear && !d.anyadiendo) {
-    d.shx.Posicionate64(shp::kHeaderSize + 8LL * d.num_registros);
-    d.shp.Posicionate64(2LL * d.long_shp_words);
-  }
-  d.num_registros++;
-  line.id_bd = d.num_registros;
-  const long long P = d.shp.PosActual64();
+  const long long P = F.PosActual64();
 
   // Record header and contents, assembled and written in one run.
-  std::vector<unsigned char>& r = d.bloque;
-  r.resize(shp::kRecordHeaderSize);
-  shp::PutBigInt(r.data(), 0, d.num_registros);
-  const int bytes = Compone_Elemento(tipo, n, pts, r);
-  const int32_t C = bytes / 2;
+  std::vector<unsigned char>& r = d.Bloque();
+  r.assign(shp::kRecordHeaderSize, 0);
+  const long long bytes = Compone_Elemento(tipo, n, pts, r);
+  if (P + shp::kRecordHeaderSize + bytes + 4 > kMaxBytesMapa) {
+    msg = DemasiadoGrande(d.Path());
+    return TResultado::kFallo;
+  }
+  const int32_t numero = d.NumRegistros() + 1;
+  const int32_t C = static_cast<int32_t>(bytes / 2);
+  shp::PutBigInt(r.data(), 0, numero);
   shp::PutBigInt(r.data(), 4, C);
-  d.shp.PonTokenBin(r.data(), static_cast<int>(r.size()), nullptr, -1);
-  d.SumaPalabras(4 + static_cast<long long>(C));
-  // An existing map owes its end mark after the record (a created one gets
-  // it once, on closing).
-  if (!crear) d.terminador_pendiente = d.anyadiendo = true;
-
   int32_t entrada[2] = {shp::Reverse(static_cast<int32_t>(P / 2)), shp::Reverse(C)};
-  d.shx.PonTokenBin(entrada, 8, nullptr, -1);
-
-  EnsanchaCabecera(d, n, pts);
-  d.modificado = true;
-  return 1;
+  if (!mapio::EscribeAqui(F, r.data(), static_cast<long long>(r.size()), msg) ||
+      !mapio::EscribeAqui(X, entrada, 8, msg))
+    return TResultado::kFallo;
+  // An existing map now owes its end mark after the record; a created one
+  // gets it once, on closing.
+  d.RegistroAnyadido(C, crear);
+  line.id_bd = numero;
+  d.EnsanchaCaja(n, pts);
+  return TResultado::kHecho;
 }
 
 }  // namespace
@@ -168,17 +170,35 @@ VARDA_EXPORT int32_t VardaPlugIn_Add_Poliline_Vector_Map(TVectorMapPlugIn* map,
     EnviaError(err, "Error: VardaPlugIn_Add_Poliline_Vector_Map SHP needs at least one point.");
     return 0;
   }
+  // A record's content length is a 32-bit count of words.
+  if (num_points > (INT_MAX - 200) / 28) {
+    EnviaError(err, "Error: VardaPlugIn_Add_Poliline_Vector_Map SHP was given too many points.");
+    return 0;
+  }
+  if (d->Rechazado()) {
+    EnviaError(err, "Error: the map was refused when it was read; it is not changed.");
+    return 0;
+  }
   try {
+    DString msg;
+    if (!map->crear && !d->CompletaRecuento(msg)) {
+      EnviaError(err, msg.c_str());
+      return 0;
+    }
     if (!Set_Archivo_Modo_Leer_Escribir(*map, Sumidero(err))) return 0;
-    int tipo = shp::GetInt(d->cabecera, shp::kHdrShapeType);
+    int tipo = d->TipoMapa();
     if (tipo == 0) {
       tipo = Calcula_ShapeType(*line, num_points, points);
-      shp::PutInt(d->cabecera, shp::kHdrShapeType, tipo);
+      d->PonTipoMapa(tipo);
     }
-    if (!map->crear && line->id_bd >= 1 && line->id_bd <= d->num_registros)
-      return Reemplaza(*d, tipo, *line, num_points, points, err);
-    return Anyade(*d, map->crear != 0, tipo, *line, num_points, points);
-  } catch (...) {
+    TResultado r;
+    if (!map->crear && line->id_bd >= 1 && line->id_bd <= d->NumRegistros())
+      r = Reemplaza(*d, tipo, *line, num_points, points, msg);
+    else
+      r = Anyade(*d, map->crear != 0, tipo, *line, num_points, points, msg);
+    if (r == TResultado::kFallo) EnviaError(err, msg.c_str());
+    return AlHost(r);
+  } catch (const std::bad_alloc&) {
     EnviaError(err, "Error: the line could not be written (out of memory).");
     return 0;
   }

@@ -1,20 +1,20 @@
 #include "plugin/PrivateDataSHP.h"
 
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 
+#include "file/SistemaFicheros.h"
 #include "filesys/FitxUtils.h"
 #include "filesys/StringNomFitx.h"
+#include "plugin/MapIO.h"
+#include "plugin/ShapeFileLayout.h"
+#include "plugin/ShapeWriter.h"
 
 extern "C" {
 extern const char* fmt_open;
 extern const char* fmt_save;
-}
-
-TPrivateDataSHP::TPrivateDataSHP()
-    : shx_abierto(false), modificado(false), num_registros(0), extremos(false),
-      long_shp_words(0) {
-  // Only the first word is cleared here; opening or reading fills the rest.
-  std::memset(cabecera, 0, 4);
 }
 
 void EnviaError(TStringPlugIn* err, const char* texto) {
@@ -45,6 +45,30 @@ bool FormatoValido(const char* f) {
   }
   return s == 1;
 }
+
+TStringNomFitx NombreShx(const DString& path) {
+  TStringNomFitx n(path);
+  n.Cambia_Ext("shx");
+  return n;
+}
+
+// Files that are not plain files (a folder, a FIFO, a device) would hang a
+// read or take writes without end; they are refused before any open.
+bool EsFicheroUsable(const char* nombre, DString& msg) {
+  if (SistemaFicheros().Tipo(nombre) != TSistemaFicheros::kOtro) return true;
+  msg = "Error: ";
+  msg << nombre << " is not a regular file.";
+  return false;
+}
+
+bool CabeEnLongitud(const char* nombre, DString& msg) {
+  const long long tam = SistemaFicheros().Tamanyo(nombre);
+  if (tam <= kMaxBytesMapa) return true;
+  msg = "Error: ";
+  msg << nombre << " is too large for a shapefile: " << tam
+      << " bytes, more than its header can count.";
+  return false;
+}
 }  // namespace
 
 DString FormatoFichero(const char* formato, const char* por_defecto, const char* nombre) {
@@ -66,56 +90,250 @@ DString FormatoFichero(const char* formato, const char* por_defecto, const char*
   return out;
 }
 
-bool TPrivateDataSHP::Abre(bool escribir, DString& msg) {
-  TStringNomFitx nombre_shp(path);
-  TStringNomFitx nombre_shx(path);
-  nombre_shx.Cambia_Ext("shx");
+TPrivateDataSHP::TPrivateDataSHP(const char* path) {
+  path_ = path ? path : "";
+  // Only the first word is cleared here; opening or reading fills the rest.
+  std::memset(cabecera_, 0, 4);
+}
 
-  if (escribir) {
-    // The backups hold the map as it was before the first change ever made
-    // through the plug-in: made once, never refreshed.
-    TStringNomFitx bak_shp(nombre_shp);
-    bak_shp << ".bak";
-    TStringNomFitx bak_shx(nombre_shx);
-    bak_shx << ".bak";
-    if (!TFitxUtils::Verifica_Existencia_Archivo(bak_shp)) {
-      TFitxUtils::Backup_File(nombre_shp, bak_shp);
-      TFitxUtils::Backup_File(nombre_shx, bak_shx);
-    }
-  }
+bool TPrivateDataSHP::HazBackups(DString& msg) {
+  // The backups hold the map as it was before the first change ever made
+  // through the plug-in: made once, deliberately never refreshed.
+  TStringNomFitx nombre_shp(path_);
+  TStringNomFitx nombre_shx = NombreShx(path_);
+  TStringNomFitx bak_shp(nombre_shp);
+  bak_shp << ".bak";
+  TStringNomFitx bak_shx(nombre_shx);
+  bak_shx << ".bak";
+  if (TFitxUtils::Verifica_Existencia_Archivo(bak_shp)) return true;
+  // Without both files the switch to writing fails on its own message.
+  if (SistemaFicheros().Tipo(nombre_shp.c_str()) != TSistemaFicheros::kRegular ||
+      SistemaFicheros().Tipo(nombre_shx.c_str()) != TSistemaFicheros::kRegular)
+    return true;
+  const TStringNomFitx* fallido = nullptr;
+  if (!TFitxUtils::Backup_File(nombre_shx, bak_shx))
+    fallido = &bak_shx;
+  else if (!TFitxUtils::Backup_File(nombre_shp, bak_shp))
+    fallido = &bak_shp;
+  if (!fallido) return true;
+  // A partial backup is worse than none: neither is kept, and the map is not
+  // touched. The .shp backup is made last, since its presence means "done".
+  const int e = errno;
+  SistemaFicheros().Borra(bak_shp.c_str());
+  SistemaFicheros().Borra(bak_shx.c_str());
+  msg = mapio::Mensaje("make the backup", fallido->c_str(), e, "the copy is incomplete");
+  return false;
+}
+
+bool TPrivateDataSHP::Abre(bool escribir, DString& msg) {
+  TStringNomFitx nombre_shp(path_);
+  TStringNomFitx nombre_shx = NombreShx(path_);
+  if (!EsFicheroUsable(nombre_shp.c_str(), msg) || !EsFicheroUsable(nombre_shx.c_str(), msg) ||
+      !CabeEnLongitud(nombre_shp.c_str(), msg))
+    return false;
+  if (escribir && !HazBackups(msg)) return false;
 
   int modo = escribir ? kModoLeerEscribirMapa : kModoLeerMapa;
-  if (!shp.Abre(nombre_shp, modo, nullptr)) {
-    msg = escribir ? FormatoFichero(fmt_save, "Error: Cannot open %s for saving.", path.c_str())
-                   : FormatoFichero(fmt_open, "Error: File %s not found.", path.c_str());
+  if (!shp_.Abre(nombre_shp, modo, nullptr)) {
+    msg = escribir ? FormatoFichero(fmt_save, "Error: Cannot open %s for saving.", path_.c_str())
+                   : FormatoFichero(fmt_open, "Error: File %s not found.", path_.c_str());
     return false;
   }
-  shx_abierto = shx.Abre(nombre_shx, modo, nullptr);
-  if (shx_abierto || !escribir) return true;
+  shx_abierto_ = shx_.Abre(nombre_shx, modo, nullptr);
+  if (shx_abierto_ || !escribir) return true;
   msg = FormatoFichero(fmt_open, "Error: File %s not found.", nombre_shx.c_str());
   return false;
 }
 
-void TPrivateDataSHP::Asienta() {
-  anyadiendo = false;
-  if (!terminador_pendiente) return;
-  terminador_pendiente = false;
-  int32_t cero = 0;
-  shp.Posicionate64(2LL * long_shp_words);
-  shp.PonTokenBin(&cero, 4, nullptr, -1);
+bool TPrivateDataSHP::Crea(DString& msg) {
+  TStringNomFitx nombre_shp(path_);
+  TStringNomFitx nombre_shx = NombreShx(path_);
+  for (int i = 0; i < 2; i++) {
+    TFicheroITV& f = i == 0 ? shp_ : shx_;
+    const TStringNomFitx& nombre = i == 0 ? nombre_shp : nombre_shx;
+    if (!f.Abre(nombre, kModoCrearMapa, nullptr)) {
+      msg = FormatoFichero(nullptr, "Error writing %s file.", nombre.c_str());
+      return false;
+    }
+  }
+  // A new map starts with 100 zero bytes in each file; the real headers are
+  // written on closing, once something was added.
+  std::memset(cabecera_, 0, sizeof cabecera_);
+  if (!mapio::EscribeAqui(shp_, cabecera_, shp::kHeaderSize, msg) ||
+      !mapio::EscribeAqui(shx_, cabecera_, shp::kHeaderSize, msg))
+    return false;
+  num_registros_ = 0;
+  extremos_ = false;
+  marca_ = TMarcaFinal::kAlCerrar;
+  return true;
 }
 
-void TPrivateDataSHP::Cierra() {
-  shp.CierraEx(true, nullptr);
-  shx.CierraEx(true, nullptr);
+bool TPrivateDataSHP::PasaAEscritura(DString& msg) {
+  // The backups come first, while the map is still open for reading: if they
+  // cannot be made the edit is refused and the map stays as it was.
+  if (!HazBackups(msg)) return false;
+  shp_.CierraEx(true, nullptr);
+  shx_.CierraEx(true, nullptr);
+  return Abre(true, msg);
+}
+
+int32_t TPrivateDataSHP::TipoMapa() const { return shp::GetInt(cabecera_, shp::kHdrShapeType); }
+
+void TPrivateDataSHP::PonTipoMapa(int32_t tipo) { shp::PutInt(cabecera_, shp::kHdrShapeType, tipo); }
+
+void TPrivateDataSHP::CabeceraLeida() {
+  if (std::fabs(shp::GetDouble(cabecera_, shp::kHdrXmin)) > 1e-05) extremos_ = true;
+}
+
+void TPrivateDataSHP::EnsanchaCaja(int n, const TVectorPointPlugIn* pts) {
+  unsigned char* c = cabecera_;
+  double xmin = shp::GetDouble(c, shp::kHdrXmin), ymin = shp::GetDouble(c, shp::kHdrYmin);
+  double xmax = shp::GetDouble(c, shp::kHdrXmax), ymax = shp::GetDouble(c, shp::kHdrYmax);
+  // Deliberate: the Z range stands greatest first in the header of these maps.
+  double zmax = shp::GetDouble(c, shp::kHdrZmaxSlot), zmin = shp::GetDouble(c, shp::kHdrZminSlot);
+  Incre_ExtremosS(n, pts, extremos_, xmin, ymin, xmax, ymax, zmax, zmin);
+  shp::PutDouble(c, shp::kHdrXmin, xmin);
+  shp::PutDouble(c, shp::kHdrYmin, ymin);
+  shp::PutDouble(c, shp::kHdrXmax, xmax);
+  shp::PutDouble(c, shp::kHdrYmax, ymax);
+  shp::PutDouble(c, shp::kHdrZmaxSlot, zmax);
+  shp::PutDouble(c, shp::kHdrZminSlot, zmin);
+}
+
+void TPrivateDataSHP::EmpiezaLectura(int32_t palabras) {
+  long_shp_words_ = palabras;
+  num_registros_ = 0;
+  lectura_ = TLectura::kSinLeer;
+  if (marca_ != TMarcaFinal::kAlCerrar) marca_ = TMarcaFinal::kNinguna;
+}
+
+bool TPrivateDataSHP::CompletaRecuento(DString& msg) {
+  if (lectura_ != TLectura::kParcial) return true;
+  const long long fin = FinShp();
+  const long long tam = shp_.FileSize64();
+  const long long tam_x = shx_abierto_ ? shx_.FileSize64() : 0;
+  long long P = siguiente_;
+  long long n = num_registros_;
+  bool marca = false;
+  // The same ends as reading's: the end of the file or of the counted length,
+  // or a zero record number (an end mark).
+  while (P + 4 < tam && P < fin) {
+    unsigned char cab[8];
+    if (!mapio::Lee(shp_, P, cab, P + 8 <= tam ? 8 : 4, msg)) return false;
+    if (shp::GetInt(cab, 0) == 0) {
+      marca = P + 4 == fin;
+      break;
+    }
+    const long long C = shp::GetBigInt(cab, 4);
+    bool de_acuerdo = P + 8 <= tam && C >= 2 && P + 8 + 2 * C <= tam;
+    if (de_acuerdo && shx_abierto_) {
+      int32_t e[2] = {0, 0};
+      de_acuerdo = shp::IndexEntryPos(n + 2) <= tam_x &&
+                   mapio::Lee(shx_, shp::IndexEntryPos(n + 1), e, 8, msg) &&
+                   2LL * shp::Reverse(e[0]) == P && shp::Reverse(e[1]) == C;
+    }
+    if (!de_acuerdo || n >= 0x7fffffff) {
+      msg = "Error: ";
+      msg << path_.c_str() << " cannot be changed safely: after record " << n
+          << ", where reading stopped, its records and its index disagree.";
+      return false;
+    }
+    n++;
+    P += 8 + 2 * C;
+  }
+  num_registros_ = static_cast<int32_t>(n);
+  if (marca) marca_ = TMarcaFinal::kContada;
+  lectura_ = TLectura::kLeido;
+  return true;
+}
+
+// The length field is the file's 32-bit word: a length taken from a damaged
+// header wraps like it instead of overflowing.
+static int32_t SumaPalabras(int32_t w, long long delta) {
+  return static_cast<int32_t>(static_cast<uint32_t>(w) + static_cast<uint32_t>(delta));
+}
+
+void TPrivateDataSHP::RegistroAnyadido(int32_t palabras, bool creado) {
+  num_registros_++;
+  long_shp_words_ = SumaPalabras(long_shp_words_, 4LL + palabras);
+  if (!creado) marca_ = TMarcaFinal::kDebida;
+  modificado_ = true;
+}
+
+void TPrivateDataSHP::RegistroCambiado(long long delta) {
+  long_shp_words_ = SumaPalabras(long_shp_words_, delta);
+  modificado_ = true;
+}
+
+void TPrivateDataSHP::RegistroQuitado(long long palabras) {
+  long_shp_words_ = SumaPalabras(long_shp_words_, -palabras);
+  num_registros_--;
+  modificado_ = true;
+}
+
+void TPrivateDataSHP::AbsorbeMarcaContada() {
+  if (marca_ != TMarcaFinal::kContada) return;
+  long_shp_words_ = SumaPalabras(long_shp_words_, -2);
+  marca_ = TMarcaFinal::kNinguna;
+}
+
+bool TPrivateDataSHP::PagaMarcaFinal(DString& msg) {
+  if (marca_ != TMarcaFinal::kDebida) return true;
+  int32_t cero = 0;
+  if (!mapio::Escribe(shp_, FinShp(), &cero, 4, msg)) return false;
+  marca_ = TMarcaFinal::kNinguna;
+  return true;
+}
+
+bool TPrivateDataSHP::EscribeCabeceras(bool creado, DString& msg) {
+  long long long_shp, long_shx;
+  if (creado) {
+    // The 32-bit end mark of a created map, counted in its length.
+    const long long pos_shp = shp_.PosActual64();
+    int32_t cero = 0;
+    if (!mapio::EscribeAqui(shp_, &cero, 4, msg)) return false;
+    long_shp = pos_shp + 4;
+    long_shx = shx_.PosActual64();
+  } else {
+    long_shp = FinShp();
+    long_shx = shp::kHeaderSize + 8LL * num_registros_;
+  }
+  shp::PutBigInt(cabecera_, shp::kHdrFileCode, shp::kFileCode);
+  shp::PutInt(cabecera_, shp::kHdrVersion, shp::kVersion);
+  shp::PutBigInt(cabecera_, shp::kHdrFileLength, static_cast<int32_t>(long_shp / 2));
+  if (!mapio::Escribe(shp_, 0, cabecera_, shp::kHeaderSize, msg)) return false;
+  shp::PutBigInt(cabecera_, shp::kHdrFileLength, static_cast<int32_t>(long_shx / 2));
+  return mapio::Escribe(shx_, 0, cabecera_, shp::kHeaderSize, msg);
+}
+
+bool TPrivateDataSHP::Cierra(bool escritura, bool creado, DString& msg) {
+  bool ok = true;
+  if (escritura) {
+    ok = PagaMarcaFinal(msg);
+    if (ok && modificado_) ok = EscribeCabeceras(creado, msg);
+    if (ok) ok = mapio::Vuelca(shp_, msg) && mapio::Vuelca(shx_, msg);
+  }
+  // Both files are closed whatever happened; a failed close is reported
+  // only when nothing before it failed.
+  const bool shp_cerrado = shp_.CierraEx(true, nullptr) != 0 || !escritura;
+  const int e_shp = shp_.ErrnoSistema();
+  const bool shx_cerrado = shx_.CierraEx(true, nullptr) != 0 || !escritura;
+  const int e_shx = shx_.ErrnoSistema();
+  if (ok && !shp_cerrado) {
+    msg = mapio::Mensaje("close", path_.c_str(), e_shp, "the system refused to close it");
+    ok = false;
+  } else if (ok && !shx_cerrado) {
+    msg = mapio::Mensaje("close", NombreShx(path_).c_str(), e_shx,
+                         "the system refused to close it");
+    ok = false;
+  }
+  return ok;
 }
 
 bool Set_Archivo_Modo_Leer_Escribir(TVectorMapPlugIn& map, TStringPlugIn& err) {
   if (map.modo_escritura) return true;
-  TPrivateDataSHP* d = map.privado;
-  d->Cierra();
   DString msg;
-  if (!d->Abre(true, msg)) {
+  if (!map.privado->PasaAEscritura(msg)) {
     EnviaError(&err, msg.c_str());
     return false;
   }

@@ -1,13 +1,15 @@
 // PrivateDataSHP.h - the plug-in's state for one open map, hung on the host's
-// map record from open to close.
+// map record from open to close. It owns the two files, the header image and
+// the counts; every change to them goes through a method named after what
+// happened to the map.
 #ifndef VARDA_PLUGIN_PRIVATEDATASHP_H
 #define VARDA_PLUGIN_PRIVATEDATASHP_H
 
+#include <cstdint>
 #include <vector>
 
 #include "VardaPlugIn.h"
 #include "file/FicheroITV.h"
-#include "file/FicheroITVdatos.h"
 #include "string/DString.h"
 
 // Open modes of the two files.
@@ -15,65 +17,142 @@ constexpr int kModoLeerMapa = 4113;         // read, binary, read cache
 constexpr int kModoLeerEscribirMapa = 145;  // read, binary, update
 constexpr int kModoCrearMapa = 530;         // write, binary, new
 
+// The most a .shp may hold: its header counts its length in a signed 32-bit
+// number of 16-bit words.
+constexpr long long kMaxBytesMapa = 2LL * 0x7fffffffLL;
+
+// The outcome of one operation of the plug-in; a failure carries one message.
+enum class TResultado { kHecho, kFallo };
+inline int32_t AlHost(TResultado r) { return r == TResultado::kHecho ? 1 : 0; }
+
 class TPrivateDataSHP {
  public:
-  TPrivateDataSHP();
+  // What stands, or is owed, after the last record of the .shp.
+  enum class TMarcaFinal {
+    kNinguna,   // the counted length ends with the last record
+    kDebida,    // appends to an existing map owe a 32-bit zero after the last
+                // one; the files stand where the next append goes
+    kContada,   // the last word counted in the length is a zero end mark that
+                // reading stopped on (a map created here ends so)
+    kAlCerrar,  // a map being created: the mark is written once, on closing
+  };
+  // What the last read made of the map.
+  enum class TLectura { kSinLeer, kLeido, kParcial, kRechazado };
+
+  explicit TPrivateDataSHP(const char* path);
   TPrivateDataSHP(const TPrivateDataSHP&) = delete;
   TPrivateDataSHP& operator=(const TPrivateDataSHP&) = delete;
 
+  // ------------------------------------------------ opening and closing
   // Opens the .shp and, if present, the .shx; for reading and writing makes
   // the one-time ".bak" copies first. On failure `msg` holds the text.
   bool Abre(bool escribir, DString& msg);
-  // Closes both files, the .shp first.
-  void Cierra();
-  // Writes the end mark still owed by the last append to an existing map;
-  // every operation other than a further append calls it first.
-  void Asienta();
-  // Changes the .shp length in words. The field is the file's 32-bit word,
-  // so a length taken from a damaged header wraps like it instead of
-  // overflowing.
-  void SumaPalabras(long long delta) {
-    long_shp_words = static_cast<int>(static_cast<uint32_t>(long_shp_words) +
-                                      static_cast<uint32_t>(delta));
+  // Creates both files, each starting with 100 zero bytes.
+  bool Crea(DString& msg);
+  // Brings an existing map into write mode: backups, then both files reopened
+  // read/write. A failed backup leaves the map open for reading, untouched.
+  bool PasaAEscritura(DString& msg);
+  // Writes what closing owes (end mark, headers when changed) and closes both
+  // files, the .shp first. False with `msg` when anything of it failed.
+  bool Cierra(bool escritura, bool creado, DString& msg);
+
+  // ------------------------------------------------ what the host sees
+  TFicheroITV& Shp() { return shp_; }
+  TFicheroITV& Shx() { return shx_; }
+  bool ShxAbierto() const { return shx_abierto_; }
+  const DString& Path() const { return path_; }
+  int NumRegistros() const { return num_registros_; }
+  // Bytes of the .shp that its length counts.
+  long long FinShp() const { return 2LL * static_cast<uint32_t>(long_shp_words_); }
+  int32_t PalabrasShp() const { return long_shp_words_; }
+  TMarcaFinal Marca() const { return marca_; }
+  bool Rechazado() const { return lectura_ == TLectura::kRechazado; }
+
+  // ------------------------------------------------ the header image
+  const unsigned char* Cabecera() const { return cabecera_; }
+  unsigned char* CabeceraParaLeer() { return cabecera_; }
+  int32_t TipoMapa() const;
+  void PonTipoMapa(int32_t tipo);
+  // Reading took the header: only Xmin is looked at, deliberately, so a box
+  // whose Xmin is about zero counts as unset and the next shape replaces it.
+  void CabeceraLeida();
+  // Widens the box by the points; it never narrows.
+  void EnsanchaCaja(int n, const TVectorPointPlugIn* pts);
+
+  // ------------------------------------------------ reading
+  void EmpiezaLectura(int32_t palabras);
+  int RegistroLeido() { return ++num_registros_; }
+  void MarcaFinalLeida() { marca_ = TMarcaFinal::kContada; }
+  // Reading stopped before the end of the map (a record that ends reading,
+  // a cancellation); the first record it did not count starts at `siguiente`.
+  void LecturaParcial(long long siguiente) {
+    lectura_ = TLectura::kParcial;
+    siguiente_ = siguiente;
   }
+  void LecturaTerminada(bool rechazado) {
+    if (rechazado)
+      lectura_ = TLectura::kRechazado;
+    else if (lectura_ != TLectura::kParcial)
+      lectura_ = TLectura::kLeido;
+  }
+  // Before a change that follows a partial read: counts the records that the
+  // read did not reach, checking each against its index entry, so that the
+  // change lands after, moves and renumbers every record other readers see.
+  // False with `msg` when the files disagree past the point where reading
+  // stopped: no change can then be made safely.
+  bool CompletaRecuento(DString& msg);
 
-  TFicheroITV shp;
-  TFicheroITV shx;
-  DString path;
-  bool shx_abierto;
-  bool modificado;
-  unsigned char cabecera[100];  // header image, in file layout
-  int num_registros;
-  bool extremos;                // the header box holds values
-  int long_shp_words;           // .shp length in 16-bit words
+  // ------------------------------------------------ changes, once written
+  // An appended record of `palabras` content words; an existing map then
+  // owes its end mark.
+  void RegistroAnyadido(int32_t palabras, bool creado);
+  // A replaced record whose contents changed by `delta` words.
+  void RegistroCambiado(long long delta);
+  // A record of `palabras` words (header included) cut out.
+  void RegistroQuitado(long long palabras);
+  void ContenidoCambiado() { modificado_ = true; }
 
-  // Appends to an existing map end the .shp with a 32-bit zero that the next
-  // append overwrites. Consecutive appends defer it (and skip re-seeking both
-  // files to where they already stand): the bytes at every other operation
-  // and at closing are the same, with a seek and a flush less per shape.
-  bool terminador_pendiente = false;
-  bool anyadiendo = false;
-  // The last word counted in the .shp length is the zero end mark that
-  // reading stopped on (a map closed after being created ends so). Deletions
-  // and replacements keep it last; the next append overwrites it, as appends
-  // overwrite every end mark, instead of leaving it between the records.
-  bool marca_final = false;
+  // ------------------------------------------------ the end mark
+  // Writes the end mark an append left owed; every operation other than a
+  // further append calls it first.
+  bool PagaMarcaFinal(DString& msg);
+  // An append to an existing map overwrites a counted end mark, as it
+  // overwrites every end mark, instead of leaving it between the records.
+  void AbsorbeMarcaContada();
 
-  // Working storage reused from call to call, so that reading and writing do
-  // not allocate per record. Never seen by the host.
-  std::vector<unsigned char> registro;
-  std::vector<unsigned char> bloque;
+  // Working storage reused from call to call, never seen by the host.
+  std::vector<unsigned char>& Registro() { return registro_; }
+  std::vector<unsigned char>& Bloque() { return bloque_; }
+
+ private:
+  bool EscribeCabeceras(bool creado, DString& msg);
+  bool HazBackups(DString& msg);
+
+  TFicheroITV shp_;
+  TFicheroITV shx_;
+  DString path_;
+  bool shx_abierto_ = false;
+  bool modificado_ = false;
+  unsigned char cabecera_[100];  // header image, in file layout
+  int32_t num_registros_ = 0;
+  bool extremos_ = false;        // the header box holds values
+  int32_t long_shp_words_ = 0;   // .shp length in 16-bit words
+  TMarcaFinal marca_ = TMarcaFinal::kNinguna;
+  TLectura lectura_ = TLectura::kSinLeer;
+  long long siguiente_ = 0;  // after a partial read: where counting goes on
+  std::vector<unsigned char> registro_;
+  std::vector<unsigned char> bloque_;
 };
 
-// Brings an existing map into write mode once (closing and reopening both
-// files read/write); reports through `err` and returns false on failure.
+// Brings an existing map into write mode once; reports through `err` and
+// returns false on failure.
 bool Set_Archivo_Modo_Leer_Escribir(TVectorMapPlugIn& map, TStringPlugIn& err);
-
-// Delivers one message to the host's error sink (nothing when there is none).
-void EnviaError(TStringPlugIn* err, const char* texto);
 
 // The host's error sink, or one that drops messages when the host gave none.
 TStringPlugIn& Sumidero(TStringPlugIn* err);
+
+// Delivers one message to the host's error sink (nothing when there is none).
+void EnviaError(TStringPlugIn* err, const char* texto);
 
 // Formats one of the host-replaceable file messages with a file name.
 DString FormatoFichero(const char* formato, const char* por_defecto, const char* nombre);
