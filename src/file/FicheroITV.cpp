@@ -2,8 +2,11 @@
 
 #include "file/FicheroITV.h"
 
+#include <cerrno>
+
 #include "file/FicheroITVStdio.h"
 #include "file/MultipleFiles.h"
+#include "file/SistemaFicheros.h"
 #include "string/DUString.h"
 
 namespace {
@@ -64,6 +67,7 @@ TFicheroITV::TFicheroITV()
       fin_cache(0),
       limite_cache(0),
       error_cache(0),
+      errno_sistema(0),
       lim_off(0),
       es_memoria(false),
       codepage_del_fichero(false) {}
@@ -92,9 +96,42 @@ void TFicheroITV::ComposeStringError(DString* out, bool writing, const TStringNo
 
 bool TFicheroITV::Abierto() const { return backend && backend->Abierto(); }
 
-int TFicheroITV::Flush() { return backend ? backend->Flush() : 0; }
+int TFicheroITV::Flush() {
+  if (!backend) return 0;
+  int r = backend->Flush();
+  if (r != 0) falla_backend(true);
+  return r;
+}
 
 bool TFicheroITV::SetEndOfFile() { return backend ? backend->SetEndOfFile() : false; }
+
+bool TFicheroITV::falla_backend(bool sin_fin_de_datos) {
+  int e = backend ? backend->Errno() : EBADF;
+  if (e == 0 && sin_fin_de_datos) e = EIO;
+  errno_sistema = e;
+  return false;
+}
+
+bool TFicheroITV::Sincroniza() {
+  if (es_memoria) return true;
+  if (!backend) return falla_propio(EBADF);
+  return backend->Sincroniza() || falla_backend(true);
+}
+
+bool TFicheroITV::Trunca64(long long largo) {
+  if (es_memoria || offset_sub > 0 || long_sub > 0 || largo < 0) return falla_propio(EINVAL);
+  if (!backend) return falla_propio(EBADF);
+  if (!backend->Trunca(largo)) return falla_backend(true);
+  if (cache) {
+    // The span must not serve bytes that are no longer in the file.
+    long long p = pos_cache();
+    if (limite_cache > largo) limite_cache = largo;
+    if (long_fichero_cache > largo) long_fichero_cache = largo;
+    if (fin_cache > largo) fin_cache = largo < ini_cache ? ini_cache : largo;
+    pon_pos_cache(p);
+  }
+  return true;
+}
 
 bool TFicheroITV::Abre(const TStringNomFitx& name, int mode, DString* err) {
   // The name may be this object's own `nombre`: work on a copy.
@@ -142,9 +179,14 @@ bool TFicheroITV::Abre(const TStringNomFitx& name, int mode, DString* err) {
 
   offset_sub = 0;
   long_sub = 0;
-  if (!backend) backend = FicheroITV_new_Stdio();
   nombre_temporal = (modo & MODO_TEMPORAL) != 0;
   if (nombre_temporal) a_abrir << ".$$$";
+  if (!backend) backend = SistemaFicheros().NuevoBackend(a_abrir, modo);
+  if (!backend) {
+    nombre_temporal = false;
+    ComposeStringError(err, escribiendo, a_abrir, nullptr);
+    return falla_propio(ENOMEM);
+  }
   bool abierto;
   try {
     abierto = backend->Abre(a_abrir, modo, err);
@@ -157,6 +199,7 @@ bool TFicheroITV::Abre(const TStringNomFitx& name, int mode, DString* err) {
     throw;
   }
   if (!abierto) {
+    falla_backend(true);
     delete backend;
     backend = nullptr;
     nombre_temporal = false;
@@ -223,6 +266,7 @@ int TFicheroITV::CierraEx(bool, DString* err) {
   int resultado = 1;
   if (backend) {
     resultado = backend->Cierra(err) ? 1 : 0;
+    if (!resultado) falla_backend(true);
     delete backend;
     backend = nullptr;
   }

@@ -55,7 +55,8 @@ class TFicheroITV {
 
   // ------------------------------------------------ opening and closing
   bool Abre(const TStringNomFitx& name, int mode, DString* err);
-  // The first argument is ignored. The backend's close result, or 1.
+  // The first argument is ignored. 1, or 0 when the backend's close failed
+  // (ErrnoSistema then tells why; `err`, when given, holds the message).
   int CierraEx(bool = true, DString* err = nullptr);
   bool Abierto() const;
   bool IsFilePersistent() const { return !nombre.IsEmpty(); }
@@ -66,6 +67,18 @@ class TFicheroITV {
   static void DeleteGlobals() {}
   int Flush();
   bool SetEndOfFile();
+  // The operating system's error number of the last operation of this object
+  // that failed (its backend's, or the object's own: EBADF when closed,
+  // EINVAL for a request that cannot be met). 0 when that failure was no
+  // system error, such as data that ended before a read was complete.
+  // Successful operations leave it as it was.
+  int ErrnoSistema() const { return errno_sistema; }
+  // Makes what was written durable (fdatasync on disk). A memory file is
+  // as durable as it gets: true.
+  bool Sincroniza();
+  // Sets the file's length to `largo`; the position does not move. Not for
+  // memory files or container members (false, EINVAL).
+  bool Trunca64(long long largo);
   void Crea_Bak(const TStringNomFitx&, bool) const {}
   void SetOffsets(long long offset, long long longitud) {
     offset_sub = offset;
@@ -151,7 +164,20 @@ class TFicheroITV {
   void TransformStrCodepage(DString& s);
 
   // ------------------------------------------------ in-place editing, copies
+  // Moves [desde, fin) by `desplazamiento` (fin < 0: the end of the file)
+  // in blocks of `tam_bloque`; results of the reads and writes are not
+  // looked at. Always 1.
   int MoveBytesEnd(int desde, int desplazamiento, int tam_bloque, int fin);
+  // The same move in 64-bit positions, checked: false at the first seek,
+  // read or write that fails (ErrnoSistema tells why), and false without
+  // touching the file when the range does not lie inside it or would move
+  // before its start (EINVAL). A move towards the start zero-fills the last
+  // -desplazamiento bytes before `fin`; the file is never shortened.
+  bool MoveBytesEnd64(long long desde, long long desplazamiento, int tam_bloque,
+                      long long fin);
+  // False when either file is closed, a read or write fails (ErrnoSistema of
+  // the file that failed tells why), or the monitor asks to stop (this
+  // file's ErrnoSistema is then ECANCELED).
   bool CopyFileData(TFicheroITV& destino, long long n, TMonitorProc* monitor,
                     bool bloque_grande);
   bool CreateDuplicate(TFicheroITV& origen, TStringNomFitx& nombre);
@@ -193,6 +219,7 @@ class TFicheroITV {
   // Set by derived classes that replace the byte operations (the memory
   // file): the inline cache path and the backend shortcuts are then unused.
   void MarcaMemoria() { es_memoria = true; }
+  void AnotaError(int e) { errno_sistema = e; }
 
   char separador;
   int ancho_longitud;
@@ -231,6 +258,7 @@ class TFicheroITV {
   long long fin_cache;
   long long limite_cache;
   int error_cache;
+  int errno_sistema;
 
  private:
   long long pos_cache() const { return base_cache + off_cache; }
@@ -260,7 +288,19 @@ class TFicheroITV {
   bool lee_cache(void* buf, int n, int chunk);
   bool lee_byte(char& c);
   bool lee_texto_tipo(DString& dato);
-  bool mover_bloques_grandes(int desde, int desplazamiento, int fin);
+  // Record the backend's error number of its last failure (EIO when it gives
+  // none for a failure that cannot be the end of the data) or the object's
+  // own, and return false.
+  bool falla_backend(bool sin_fin_de_datos = false);
+  bool falla_propio(int e) {
+    errno_sistema = e;
+    return false;
+  }
+  // Seeks the backend to an absolute position unless it stands there.
+  bool coloca_backend(long long p);
+  bool mover(long long desde, long long d, int tam_bloque, long long fin, bool comprobado);
+  bool bloques_grandes_validos(long long desde, long long d, long long fin);
+  bool coloca_mover(long long p, bool comprobado);
 
   TFicheroITV& lee_char(char& v);
   TFicheroITV& lee_uchar(unsigned char& v);

@@ -4,6 +4,7 @@
 // `cache`; pos_cache() is the logical position, and the backend is touched
 // only when a read leaves the span.
 
+#include <cerrno>
 #include <new>
 
 #include "file/FicheroITV.h"
@@ -75,7 +76,7 @@ bool TFicheroITV::carga_span(long long pos, long long& nueva) {
     start = pos - margen_cache;
     if (start < 0) start = 0;
   }
-  if (!backend || !backend->Posicionate64(start + offset_sub)) {
+  if (!coloca_backend(start + offset_sub)) {
     error_cache = 1;
     return false;
   }
@@ -89,11 +90,16 @@ bool TFicheroITV::carga_span(long long pos, long long& nueva) {
     ini_cache = fin_cache - tam_cache;
     if (ini_cache <= 0) ini_cache = 0;
     movido = true;
-    if (fin_cache - ini_cache < 1) return false;
+    if (fin_cache - ini_cache < 1) return falla_propio(0);
   }
-  if (ini_cache != start) backend->Posicionate64(ini_cache + offset_sub);
+  if (ini_cache != start && !coloca_backend(ini_cache + offset_sub)) {
+    fin_cache = ini_cache;
+    error_cache = 1;
+    return false;
+  }
   if (!backend->LeeBytes(cache, static_cast<int>(fin_cache - ini_cache))) {
     // What was read is not the file's: serve nothing from it.
+    falla_backend();
     fin_cache = ini_cache;
     error_cache = 1;
     return false;
@@ -104,26 +110,34 @@ bool TFicheroITV::carga_span(long long pos, long long& nueva) {
   return true;
 }
 
+// Reading forward through the cache loads span after span where the backend
+// already stands: no seek is made for them.
+bool TFicheroITV::coloca_backend(long long p) {
+  if (!backend) return falla_propio(EBADF);
+  if (backend->PosActual64() == p) return true;
+  return backend->Posicionate64(p) || falla_backend(true);
+}
+
 bool TFicheroITV::lee_cache(void* buf, int n, int chunk) {
-  if (n < 0) return false;
+  if (n < 0) return falla_propio(EINVAL);
   if (n > tam_cache) {
     // Larger than the span: straight from the backend, the span untouched.
     long long p = pos_cache();
-    bool colocado = backend && backend->Posicionate64(p + offset_sub);
+    bool colocado = coloca_backend(p + offset_sub);
     pon_pos_cache(p + n);
-    return colocado && backend->LeeBytes(buf, n);
+    return colocado && (backend->LeeBytes(buf, n) || falla_backend());
   }
-  if (long_fichero_cache < 0) return false;
+  if (long_fichero_cache < 0) return falla_propio(0);
   if (pos_cache() + n > fin_cache && !LoadCache(pos_cache())) return false;
   long long p = pos_cache();
   long long off = p - ini_cache;
-  if (off > tam_cache) return false;
+  if (off > tam_cache) return falla_propio(0);
   long long validos = fin_cache - ini_cache;
   char* dest = static_cast<char*>(buf);
   if (off < 0 || off >= validos) {
     // Nothing of the request lies in the data: fail without moving.
     std::memset(dest, 0, static_cast<size_t>(n));
-    return false;
+    return falla_propio(0);
   }
   // Bytes past the end of the data read as zeros, never as stale buffer.
   long long copiables = validos - off;
@@ -148,8 +162,8 @@ bool TFicheroITV::PosicionateCache(long long pos) {
 bool TFicheroITV::Posicionate64(long long pos) {
   if (es_memoria) return Posicionate(static_cast<int>(pos));
   if (cache) return PosicionateCache(pos);
-  if (!backend) return false;
-  return backend->Posicionate64(pos + offset_sub);
+  if (!backend) return falla_propio(EBADF);
+  return backend->Posicionate64(pos + offset_sub) || falla_backend(true);
 }
 
 bool TFicheroITV::Posicionate(int pos) { return Posicionate64(pos); }

@@ -1,6 +1,8 @@
 // FicheroITVEdit.cpp - moving bytes inside an open file, copying runs of
 // bytes between files, and second views of an open backend.
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <memory>
 #include <new>
@@ -33,51 +35,82 @@ void SetStrMonitorState(TMonitorProc* monitor) {
 }
 }  // namespace
 
-// The move done with large blocks. Valid only where the block size cannot
-// change the result: a plain disk file, uncached and unobserved, every byte
-// of the range inside the file (so every read is complete) and every target
+// Large blocks may be used only where the block size cannot change the
+// result: a plain disk file, uncached and unobserved, every byte of the
+// range inside the file (so every read is complete) and every target
 // position at or after 0 (so every seek lands). Overlap is safe in both
 // directions because a shift towards the start goes front to back and a
 // shift towards the end back to front.
-bool TFicheroITV::mover_bloques_grandes(int desde, int d, int fin) {
+bool TFicheroITV::bloques_grandes_validos(long long desde, long long d, long long fin) {
   if (typeid(*this) != typeid(TFicheroITV) || cache || hook_escritura || !Abierto())
     return false;
   if (desde < 0 || fin <= desde) return false;
-  if (d < 0 && static_cast<long long>(desde) + d < 0) return false;
-  if (fin > FileSize64()) return false;
+  if (d < 0 && desde + d < 0) return false;
+  return fin <= FileSize64();
+}
 
-  long long largo = static_cast<long long>(fin) - desde;
-  int bloque = static_cast<int>(min_ll(largo, kBloqueGrande));
-  std::unique_ptr<char[]> buf(new (std::nothrow) char[static_cast<size_t>(bloque)]);
-  if (!buf) return false;
+// A seek through the virtual int seek while the position fits, so that a
+// derived file that replaces it is honoured. A memory file ignores a
+// position past its content instead of failing: a checked move sees that.
+bool TFicheroITV::coloca_mover(long long p, bool comprobado) {
+  bool ok = p >= 0 && p <= INT_MAX ? Posicionate(static_cast<int>(p)) : Posicionate64(p);
+  if (!ok) return false;
+  if (comprobado && es_memoria && PosActual64() != p) return falla_propio(EINVAL);
+  return true;
+}
+
+// The move of MoveBytesEnd and MoveBytesEnd64. Unchecked, every seek, read
+// and write is made whatever the previous one gave, as MoveBytesEnd always
+// did; checked, the first failure ends it.
+bool TFicheroITV::mover(long long desde, long long d, int tam_bloque, long long fin,
+                        bool comprobado) {
+  bool grandes = bloques_grandes_validos(desde, d, fin);
+  long long b = tam_bloque > 0 ? tam_bloque : kBloqueDefecto;
+  std::unique_ptr<char[]> buf;
+  if (grandes) {
+    long long tam = min_ll(fin - desde, kBloqueGrande);
+    buf.reset(new (std::nothrow) char[static_cast<size_t>(tam)]);
+    if (buf) b = tam;
+  }
+  long long tam = max_ll(min_ll(fin - desde, b), 1);
+  if (!buf) {
+    buf.reset(comprobado ? new (std::nothrow) char[static_cast<size_t>(tam)]
+                         : new char[static_cast<size_t>(tam)]);
+    if (!buf) return falla_propio(ENOMEM);
+  }
+  auto paso = [comprobado](bool r) { return r || !comprobado; };
+  char* p_buf = buf.get();
 
   if (d < 0) {
-    for (long long p = desde; p < fin; p += bloque) {
-      int k = static_cast<int>(min_ll(fin - p, bloque));
-      Posicionate64(p);
-      LeeTokenBin(buf.get(), k, nullptr, -1);
-      Posicionate64(p + d);
-      PonTokenBin(buf.get(), k, nullptr, -1);
+    for (long long p = desde; p < fin; p += b) {
+      int k = static_cast<int>(min_ll(fin - p, b));
+      if (!paso(coloca_mover(p, comprobado)) || !paso(LeeTokenBin(p_buf, k, nullptr, -1)) ||
+          !paso(coloca_mover(p + d, comprobado)) || !paso(PonTokenBin(p_buf, k, nullptr, -1)))
+        return false;
     }
     // The bytes that fall free at the end become zeros; the file keeps its
     // length, since truncating is the caller's business.
-    Posicionate64(static_cast<long long>(fin) + d);
-    if ((modo & (MODO_TEXTO | MODO_BINARIO)) == MODO_BINARIO) {
-      std::memset(buf.get(), 0, static_cast<size_t>(bloque));
-      for (long long queda = -static_cast<long long>(d); queda > 0; queda -= bloque)
-        PonTokenBin(buf.get(), static_cast<int>(min_ll(queda, bloque)), nullptr, -1);
+    if (!paso(coloca_mover(fin + d, comprobado))) return false;
+    // In text mode MoveBytesEnd writes each zero as a token, as it always
+    // did; raw zeros go out in blocks (unbuffered writes: one call per
+    // block, not per byte).
+    bool texto = (modo & (MODO_TEXTO | MODO_BINARIO)) != MODO_BINARIO;
+    if (!comprobado && texto) {
+      for (long long i = 0; i < -d; i++) *this << static_cast<char>(0);
     } else {
-      for (long long i = 0; i < -static_cast<long long>(d); i++) *this << static_cast<char>(0);
+      std::memset(p_buf, 0, static_cast<size_t>(tam));
+      for (long long queda = -d; queda > 0; queda -= tam)
+        if (!paso(PonTokenBin(p_buf, static_cast<int>(min_ll(queda, tam)), nullptr, -1)))
+          return false;
     }
   } else {
     long long f = fin;
     while (f > desde) {
-      long long s = max_ll(f - bloque, desde);
+      long long s = max_ll(f - b, desde);
       int k = static_cast<int>(f - s);
-      Posicionate64(s);
-      LeeTokenBin(buf.get(), k, nullptr, -1);
-      Posicionate64(s + d);
-      PonTokenBin(buf.get(), k, nullptr, -1);
+      if (!paso(coloca_mover(s, comprobado)) || !paso(LeeTokenBin(p_buf, k, nullptr, -1)) ||
+          !paso(coloca_mover(s + d, comprobado)) || !paso(PonTokenBin(p_buf, k, nullptr, -1)))
+        return false;
       f = s;
     }
   }
@@ -87,41 +120,29 @@ bool TFicheroITV::mover_bloques_grandes(int desde, int d, int fin) {
 int TFicheroITV::MoveBytesEnd(int desde, int d, int tam_bloque, int fin) {
   if (d == 0) return 1;
   if (fin < 0) fin = FileSize();
-  if (mover_bloques_grandes(desde, d, fin)) return 1;
-
-  long long b = tam_bloque > 0 ? tam_bloque : kBloqueDefecto;
-  long long tam = min_ll(static_cast<long long>(fin) - desde, b);
-  if (tam < 1) tam = 1;
-  std::unique_ptr<char[]> buf(new char[static_cast<size_t>(tam)]);
-  if (d < 0) {
-    for (long long p = desde; p < fin; p += b) {
-      int k = static_cast<int>(min_ll(fin - p, b));
-      Posicionate(static_cast<int>(p));
-      LeeTokenBin(buf.get(), k, nullptr, -1);
-      Posicionate(static_cast<int>(p + d));
-      PonTokenBin(buf.get(), k, nullptr, -1);
-    }
-    buf.reset();
-    Posicionate(static_cast<int>(static_cast<long long>(fin) + d));
-    for (long long i = 0; i < -static_cast<long long>(d); i++) *this << static_cast<char>(0);
-  } else {
-    long long f = fin;
-    while (f > desde) {
-      long long s = max_ll(f - b, desde);
-      int k = static_cast<int>(f - s);
-      Posicionate(static_cast<int>(s));
-      LeeTokenBin(buf.get(), k, nullptr, -1);
-      Posicionate(static_cast<int>(s + d));
-      PonTokenBin(buf.get(), k, nullptr, -1);
-      f = s;
-    }
-  }
+  mover(desde, d, tam_bloque, fin, false);
   return 1;
+}
+
+bool TFicheroITV::MoveBytesEnd64(long long desde, long long d, int tam_bloque, long long fin) {
+  if (d == 0) return true;
+  if (!es_memoria && !Abierto()) return falla_propio(EBADF);
+  long long largo = FileSize64();
+  if (fin < 0) fin = largo;
+  // Writes do not pass through the read cache: a span could serve bytes
+  // that the move has already replaced.
+  if (cache || desde < 0 || fin < desde || fin > largo || desde + d < 0)
+    return falla_propio(EINVAL);
+  return mover(desde, d, tam_bloque, fin, true);
 }
 
 bool TFicheroITV::CopyFileData(TFicheroITV& destino, long long n, TMonitorProc* monitor,
                                bool bloque_grande) {
-  if (!Abierto() || !destino.Abierto()) return false;
+  if (!destino.Abierto()) {
+    destino.falla_propio(EBADF);
+    return falla_propio(EBADF);
+  }
+  if (!Abierto()) return falla_propio(EBADF);
   if (monitor) {
     monitor->actual = 0;
     monitor->npasos = static_cast<int>(n);
@@ -141,13 +162,14 @@ bool TFicheroITV::CopyFileData(TFicheroITV& destino, long long n, TMonitorProc* 
   }
   while (n > 0) {
     int c = static_cast<int>(min_ll(n, bloque));
-    LeeTokenBin(buf, c, nullptr, -1);
-    destino.PonTokenBin(buf, c, nullptr, -1);
+    if (!LeeTokenBin(buf, c, nullptr, -1)) return false;
+    if (!destino.PonTokenBin(buf, c, nullptr, -1)) return false;
     n -= c;
     if (monitor) {
       monitor->actual += c;
       SetStrMonitorState(monitor);
-      if (monitor->stop) return false;
+      // A stop is told apart from a failure by this object's error number.
+      if (monitor->stop) return falla_propio(ECANCELED);
     }
   }
   return true;

@@ -4,6 +4,7 @@
 // little-endian bytes with MODO_BINARIO, decimal text tokens followed by the
 // separator byte with MODO_TEXTO. Bytes are never swapped here.
 
+#include <cerrno>
 #include <cstdint>
 
 #include "file/FicheroITV.h"
@@ -22,15 +23,15 @@ bool TFicheroITV::PonTokenBin(const void* buf, int n, TMonitorProc* monitor, int
     int hecho = 0;
     while (hecho < n) {
       int c = n - hecho < paso ? n - hecho : paso;
-      PonTokenBin(p + hecho, c, nullptr, -1);
+      if (!PonTokenBin(p + hecho, c, nullptr, -1)) return false;
       hecho += c;
       monitor->actual = hecho;
       if (monitor->stop) return false;
     }
     return true;
   }
-  if (!backend) return false;
-  return backend->GuardaBytes(buf, n);
+  if (!backend) return falla_propio(EBADF);
+  return backend->GuardaBytes(buf, n) || falla_backend(true);
 }
 
 bool TFicheroITV::LeeTokenBin(void* buf, int n, TMonitorProc* monitor, int chunk) {
@@ -45,15 +46,15 @@ bool TFicheroITV::LeeTokenBin(void* buf, int n, TMonitorProc* monitor, int chunk
     int hecho = 0;
     while (hecho < n) {
       int c = n - hecho < chunk ? n - hecho : chunk;
-      LeeTokenBin(p + hecho, c, nullptr, -1);
+      if (!LeeTokenBin(p + hecho, c, nullptr, -1)) return false;
       hecho += c;
       monitor->actual = hecho;
       if (monitor->stop) return false;
     }
     return true;
   }
-  if (!backend) return false;
-  return backend->LeeBytes(buf, n);
+  if (!backend) return falla_propio(EBADF);
+  return backend->LeeBytes(buf, n) || falla_backend();
 }
 
 // ------------------------------------------------------------- writing

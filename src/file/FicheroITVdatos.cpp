@@ -2,6 +2,7 @@
 
 #include "file/FicheroITVdatos.h"
 
+#include <cerrno>
 #include <new>
 
 namespace {
@@ -59,9 +60,15 @@ void TFicheroITVdatos::ActuLenMax(int necesario) {
 }
 
 bool TFicheroITVdatos::PonTokenBin(const void* buf, int n, TMonitorProc*, int) {
-  if (n < 0) return false;
+  if (n < 0) {
+    AnotaError(EINVAL);
+    return false;
+  }
   long long fin = static_cast<long long>(posicion) + n;
-  if (fin > 0x7fffffffLL) return false;
+  if (fin > 0x7fffffffLL) {
+    AnotaError(EFBIG);
+    return false;
+  }
   ActuLenMax(static_cast<int>(fin));
   if (n > 0) std::memcpy(buffer_datos + posicion, buf, static_cast<size_t>(n));
   posicion = static_cast<int>(fin);
@@ -70,13 +77,17 @@ bool TFicheroITVdatos::PonTokenBin(const void* buf, int n, TMonitorProc*, int) {
 }
 
 bool TFicheroITVdatos::LeeTokenBin(void* buf, int n, TMonitorProc*, int) {
-  if (n < 0) return false;
+  if (n < 0) {
+    AnotaError(EINVAL);
+    return false;
+  }
   if (buffer_datos && static_cast<long long>(posicion) + n <= tamanyo) {
     if (n > 0) std::memcpy(buf, buffer_datos + posicion, static_cast<size_t>(n));
     posicion += n;
     return true;
   }
   if (n > 0) std::memset(buf, 0, static_cast<size_t>(n));
+  AnotaError(0);  // the content ended: no system error
   return false;
 }
 

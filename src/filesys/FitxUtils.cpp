@@ -1,20 +1,33 @@
+#ifndef _FILE_OFFSET_BITS
+#define _FILE_OFFSET_BITS 64
+#endif
+
 #include "filesys/FitxUtils.h"
 
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 
+#include "file/FicheroITV.h"
+#include "file/SistemaFicheros.h"
 #include "filesys/IteradorFitx.h"
 
 // Operations that only name files; those that read or write contents go
-// through the file object and live in FitxUtilsCopy.cpp.
+// through the file object and live in FitxUtilsCopy.cpp. Lookups, removals
+// and renames go through the file system in use, so that a memory disk put
+// in place of the real one sees them.
 
 bool TFitxUtils::Verifica_Existencia_Archivo_1(const TStringNomFitx& name) {
-  FILE* f = std::fopen(name.c_str(), "rb");
-  if (!f) return false;
-  std::fclose(f);
+  TSistemaFicheros& sf = SistemaFicheros();
+  // Asked first without opening: opening a FIFO for reading would block.
+  if (sf.Tipo(name.c_str()) != TSistemaFicheros::kRegular) return false;
+  std::unique_ptr<TFicheroITV_Base> b(sf.NuevoBackend(name, MODO_LEER | MODO_BINARIO));
+  int modo = MODO_LEER | MODO_BINARIO;
+  if (!b || !b->Abre(name, modo, nullptr)) return false;
+  b->Cierra(nullptr);
   return true;
 }
 
@@ -34,13 +47,13 @@ bool TFitxUtils::Crea_Carpeta(const TStringNomFitx& name, bool folder_of_file) {
 }
 
 bool TFitxUtils::Delete_File(const TStringNomFitx& name) {
-  return std::remove(name.c_str()) == 0;
+  return SistemaFicheros().Borra(name.c_str());
 }
 
 bool TFitxUtils::Remove_Directory(const TStringNomFitx& name) { return Delete_File(name); }
 
 bool TFitxUtils::Move_File(const TStringNomFitx& src, const TStringNomFitx& dst) {
-  return std::rename(src.c_str(), dst.c_str()) == 0;
+  return SistemaFicheros().Renombra(src.c_str(), dst.c_str());
 }
 
 namespace {

@@ -17,7 +17,8 @@ class TMonitorProc;
 // present with fixed answers so that callers need no platform tests.
 class TFitxUtils {
  public:
-  // The file can be opened for reading.
+  // A regular file that can be opened for reading (asked without opening
+  // anything else: a FIFO is never opened).
   static bool Verifica_Existencia_Archivo_1(const TStringNomFitx& name);
   // As above, or, with a container manager installed and the container file
   // present, the member named after its "!" can be opened from it.
@@ -25,16 +26,23 @@ class TFitxUtils {
   static bool Verifica_Existencia_Carpeta(const TStringNomFitx& name, bool folder_of_file) {
     return name.Verifica_Existencia_Carpeta(folder_of_file);
   }
-  // Size in bytes (low 32 bits); 0 when the file cannot be opened.
+  // Size in bytes (low 32 bits); 0 when it cannot be had.
   static uint32_t Tamanyo_Archivo_b(const TStringNomFitx& name);
 
   // Copies src to dst. An existing dst is left alone (true) unless
   // `overwrite`. On failure `error` holds "File not found ", "Can't open file
-  // to read " or "Can't open file to write " followed by the name concerned.
+  // to read ", "Can't open file to write ", "Can't read file " or "Can't
+  // write file " followed by the name concerned, errno holds the system's
+  // error number, and no destination is left behind (when the destination
+  // was there before, it is gone). A copy stopped by the monitor answers
+  // true and leaves the partial destination: the stop flag tells.
   static bool Copy(const TStringNomFitx& src, const TStringNomFitx& dst, DString& error,
                    bool overwrite, TMonitorProc* monitor = nullptr);
   // Copies src to dst unless dst already has the same size (then nothing is
-  // copied, even if the contents differ: the size is the only test).
+  // copied, even if the contents differ: the size is the only test). The
+  // copy is written beside dst, made durable and renamed over it, and the
+  // folder made durable, before true is returned: after a failure (false,
+  // errno set) or a power loss dst is the old file or the complete copy.
   static bool Backup_File(const TStringNomFitx& src, const TStringNomFitx& dst);
 
   // Creates the folder (with `folder_of_file`, the folder of the file) and
