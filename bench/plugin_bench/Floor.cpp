@@ -6,64 +6,17 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <vector>
 
+#include "common/ForwardWindow.h"
 #include "common/HostLineAttributes.h"
 
 namespace bench {
 
 namespace {
 
-uint32_t Be32(const unsigned char* p) {
-  uint32_t v;
-  std::memcpy(&v, p, 4);
-  return __builtin_bswap32(v);
-}
-
-int32_t Le32(const unsigned char* p) {
-  int32_t v;
-  std::memcpy(&v, p, 4);
-  return v;
-}
-
-double Double(const unsigned char* p) {
-  double v;
-  std::memcpy(&v, p, 8);
-  return v;
-}
-
-// A forward window on a file: Need(n) makes the next n bytes readable at
-// Data(), reading kFloorBlock bytes at a time and keeping the unread rest.
-class Window {
- public:
-  explicit Window(int fd) : fd_(fd), buf_(2 * kFloorBlock) {}
-
-  // False at the end of the file (fewer than n bytes left) or on an error.
-  bool Need(size_t n) {
-    if (end_ - pos_ >= n) return true;
-    std::memmove(buf_.data(), buf_.data() + pos_, end_ - pos_);
-    end_ -= pos_;
-    pos_ = 0;
-    if (buf_.size() < n + kFloorBlock) buf_.resize(n + kFloorBlock);
-    while (end_ < n) {
-      const ssize_t got = ::read(fd_, buf_.data() + end_, kFloorBlock);
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) failed_ = true;
-      if (got <= 0) return false;
-      end_ += static_cast<size_t>(got);
-    }
-    return true;
-  }
-  const unsigned char* Data() const { return buf_.data() + pos_; }
-  void Skip(size_t n) { pos_ += n; }
-  bool Failed() const { return failed_; }
-
- private:
-  int fd_;
-  std::vector<unsigned char> buf_;
-  size_t pos_ = 0, end_ = 0;
-  bool failed_ = false;
-};
+using host::Be32;
+using host::Le32;
+using host::LeDouble;
 
 struct Delivery {
   TReadVectorMapPlugIn* reader;
@@ -98,7 +51,7 @@ bool Deliver(Delivery& d, int32_t id, const unsigned char* c, size_t len, const 
     case 11:
       if (len < 20) break;
       d.Begin(id, 3, 1, handle);
-      d.Point(handle, Double(c + 4), Double(c + 12), 0.0, true);
+      d.Point(handle, LeDouble(c + 4), LeDouble(c + 12), 0.0, true);
       return true;
     case 3:
     case 5:
@@ -119,8 +72,8 @@ bool Deliver(Delivery& d, int32_t id, const unsigned char* c, size_t len, const 
       const unsigned char* xy = c + xy_at;
       const unsigned char* z = c + z_at;
       for (long long i = first; i < points; i++)
-        d.Point(handle, Double(xy + 16 * i), Double(xy + 16 * i + 8),
-                has_z ? Double(z + 8 * i) : 0.0, i == points - 1);
+        d.Point(handle, LeDouble(xy + 16 * i), LeDouble(xy + 16 * i + 8),
+                has_z ? LeDouble(z + 8 * i) : 0.0, i == points - 1);
       return true;
     }
     default:
@@ -146,7 +99,7 @@ long long ParseFloor(const std::string& shp, TReadVectorMapPlugIn* reader, std::
   d.point.tamanyo = 40;
   d.point.m = -1.0;
 
-  Window w(fd);
+  host::ForwardWindow w(fd, kFloorBlock);
   long long records = 0;
   if (!w.Need(100)) {
     error = shp + " is shorter than its header";
