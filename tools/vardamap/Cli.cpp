@@ -86,6 +86,10 @@ int Main(int argc, char** argv) {
       ->check(CLI::IsMember({"line", "polygon", "point"}));
   add->add_option("--id", a.add.id, "Replace record N instead of adding (one shape only)")
       ->check(CLI::Range(1, INT_MAX));
+  add->add_option("--attr", a.add.attrs,
+                  "NAME=VALUE: a field of the map's .dbf for the shapes' rows (repeatable;\n"
+                  "other fields stay empty; with --id the replaced row's field is changed)")
+      ->allow_extra_args(false);
   add->add_flag("--z", a.add.z,
                 "Every point carries a Z (a new map gets Z only when its first\n"
                 "point's Z is above 2.0)");

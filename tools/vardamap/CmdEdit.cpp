@@ -1,8 +1,10 @@
 // add and delete: changing a map through the plug-in.
 #include <algorithm>
+#include <memory>
 #include <unistd.h>
 
 #include "Commands.h"
+#include "Dbf.h"
 #include "Errors.h"
 #include "Map.h"
 #include "PointInput.h"
@@ -65,7 +67,10 @@ int RunAdd(const std::string& plugin_path, const AddOptions& o, std::istream& in
     }
   }
 
+  const std::vector<AttrValue> attrs = ParseAttrs(o.attrs);
   PlugIn plugin(plugin_path);
+  std::unique_ptr<DbfKeeper> rows;
+  if (o.create) rows.reset(new DbfKeeper(o.map, 0, attrs));
   Map map(plugin, o.map, o.create);
   int32_t file_type = 0;
   if (!o.create) {
@@ -76,6 +81,7 @@ int RunAdd(const std::string& plugin_path, const AddOptions& o, std::istream& in
       throw Failed(o.map + ": there is no record " + std::to_string(o.id) + " to replace (the map has " +
                    std::to_string(read.records) + ")");
     file_type = ReadShpHeader(o.map).shape_type;
+    rows.reset(new DbfKeeper(o.map, read.records, attrs));
   }
   const int stored_kind = KindOfShapeType(file_type);
   if (stored_kind >= 0 && stored_kind != flags)
@@ -90,18 +96,27 @@ int RunAdd(const std::string& plugin_path, const AddOptions& o, std::istream& in
     Warn(o.map + " has no Z: the Z values are dropped");
 
   int added = 0;
-  for (const InputShape& s : shapes) {
-    if (Interrupted()) {
-      map.Close();
-      throw ToolError(kExitCancelled, "cancelled after adding " + std::to_string(added) + " of " +
-                                          std::to_string(shapes.size()) + " shapes");
+  try {
+    for (const InputShape& s : shapes) {
+      if (Interrupted())
+        throw ToolError(kExitCancelled, "cancelled after adding " + std::to_string(added) + " of " +
+                                            std::to_string(shapes.size()) + " shapes");
+      int32_t id = map.Add(flags, s.points, o.id);
+      if (o.id != 0) rows->Replaced(id);
+      else rows->Added(id);
+      out << id << '\n';
+      ++added;
     }
-    int32_t id = map.Add(flags, s.points, o.id);
-    out << id << '\n';
-    ++added;
+  } catch (const ToolError&) {
+    // The shapes added so far stay: their rows must follow them.
+    map.Close();
+    out.flush();
+    rows->Commit();
+    throw;
   }
   map.Close();
   out.flush();
+  rows->Commit();
   return kExitOk;
 }
 
@@ -114,6 +129,7 @@ int RunDelete(const std::string& plugin_path, const std::string& path, std::vect
   PlugIn plugin(plugin_path);
   Map map(plugin, path, false);
   ReadOutcome read = map.ReadAll("", "reading " + path, false);
+  DbfKeeper rows(path, read.records, {});
   std::vector<int> done;
   for (int id : ids) {
     auto so_far = [&]() {
@@ -124,6 +140,7 @@ int RunDelete(const std::string& plugin_path, const std::string& path, std::vect
     };
     if (Interrupted()) {
       map.Close();
+      rows.Commit();
       throw ToolError(kExitCancelled, "cancelled" + so_far());
     }
     try {
@@ -131,13 +148,16 @@ int RunDelete(const std::string& plugin_path, const std::string& path, std::vect
     } catch (const ToolError& e) {
       std::string extra = id > read.records ? " (the map has " + std::to_string(read.records) + " records)" : "";
       map.Close();
+      rows.Commit();
       throw ToolError(e.code(), e.what() + extra + so_far());
     }
+    rows.Deleted(id);
     done.push_back(id);
     out << "deleted " << id << '\n';
   }
   map.Close();
   out.flush();
+  rows.Commit();
   return kExitOk;
 }
 

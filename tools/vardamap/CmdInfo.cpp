@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Errors.h"
 #include "Format.h"
+#include "Gdal.h"
 #include "Map.h"
 #include "Progress.h"
 #include "ShpHeader.h"
@@ -58,6 +59,8 @@ int RunVersion(const std::string& plugin_path, std::ostream& out) {
   out << "version text  " << plugin.VersionStr() << '\n';
   out << "interface     " << plugin.Version() << " (private " << plugin.VersionPriv() << ")\n";
   out << "file types    " << plugin.GetTipoArchivos() << '\n';
+  const std::string gdal = GdalVersion();
+  out << "gdal          " << (gdal.empty() ? "none (built without GDAL)" : gdal) << '\n';
   return kExitOk;
 }
 

@@ -16,6 +16,7 @@ struct AddOptions {
   std::string kind = "line";
   int id = 0;  // 0: append
   bool z = false;
+  std::vector<std::string> attrs;  // NAME=VALUE for the new rows of the .dbf
 };
 
 // `plugin` is the --plugin path ("" for the default search).
