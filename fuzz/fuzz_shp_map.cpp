@@ -1,30 +1,18 @@
 // Fuzz target: the input is split into a .shp and a .shx (the first four
 // bytes give the .shp's length; an empty rest means no index), which are then
-// opened, read, edited and closed through the plug-in's exports.
-#include <unistd.h>
-
+// opened, read, edited and closed through the plug-in's exports. The files
+// live on a memory disk put in place of the disk for the whole run.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
 
 #include "VardaPlugIn.h"
-
-extern "C" {
-int32_t VardaPlugIn_Open_Vector_Map(char*, TVectorMapPlugIn*, TStringPlugIn*);
-int32_t VardaPlugIn_Read_Vector_Map3(TVectorMapPlugIn*, TReadVectorMapPlugIn*, TStringPlugIn*,
-                                     TProgressPlugIn*);
-int32_t VardaPlugIn_Add_Poliline_Vector_Map(TVectorMapPlugIn*, TLineAttributesPlugIn*, int32_t,
-                                            TVectorPointPlugIn*, TStringPlugIn*);
-int32_t VardaPlugIn_Delete_Poliline_Vector_Map(TVectorMapPlugIn*, int32_t, TStringPlugIn*);
-int32_t VardaPlugIn_Close_Vector_Map(TVectorMapPlugIn*);
-}
+#include "support/MemoryDisk.h"
 
 namespace {
 
-std::string dir;  // temporary folder of the two files
+MemoryDisk* disco = nullptr;
 double suma = 0;
 
 void SetStr(TStringPlugIn*, const char* t) { suma += std::strlen(t); }
@@ -39,21 +27,12 @@ struct Progreso : TProgressPlugIn {
   bool IsCancelled() override { return false; }
 };
 
-void Escribe(const std::string& path, const uint8_t* d, size_t n) {
-  FILE* f = std::fopen(path.c_str(), "wb");
-  if (!f) std::abort();
-  if (n) std::fwrite(d, 1, n, f);
-  std::fclose(f);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  // In memory when the machine offers it: every run writes two files.
-  std::string plantilla = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-  plantilla += "/varda-fuzz-XXXXXX";
-  if (!mkdtemp(&plantilla[0])) std::abort();
-  dir = plantilla;
+  // Kept for the whole process, as the file layer may be used until exit.
+  disco = new MemoryDisk;
+  CambiaSistemaFicheros(disco);
   return 0;
 }
 
@@ -65,14 +44,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   data += 5;
   size -= 5;
   n = static_cast<uint32_t>(n % (size + 1));
-  const std::string shp = dir + "/m.shp", shx = dir + "/m.shx";
-  unlink((shp + ".bak").c_str());
-  unlink((shx + ".bak").c_str());
-  Escribe(shp, data, n);
-  if (size > n)
-    Escribe(shx, data + n, size - n);
-  else
-    unlink(shx.c_str());
+  const std::string shp = "/fuzz/m.shp", shx = "/fuzz/m.shx";
+  // Every run starts from these two files alone: no backups, nothing left
+  // behind by the run before.
+  disco->Clear();
+  disco->Put(shp, MemoryDisk::Bytes(data, data + n));
+  if (size > n) disco->Put(shx, MemoryDisk::Bytes(data + n, data + size));
 
   TStringPlugIn err{SetStr};
   TVectorMapPlugIn map;
