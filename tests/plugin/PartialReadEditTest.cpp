@@ -70,7 +70,9 @@ TEST_F(PartialRead, EditsAfterANullRecordKeepEveryRecord) {
     int32_t id = 0;
     const int r = kind == 0 ? s.Add(0, kLine, 0, &id) : kind == 1 ? s.Delete(2) : s.Add(0, kLine, 2);
     ASSERT_EQ(r, 1) << s.sink.All();
-    if (kind == 0) EXPECT_EQ(id, before + 1);
+    if (kind == 0) {
+      EXPECT_EQ(id, before + 1);
+    }
     ASSERT_EQ(s.Close(), 1);
     EXPECT_EQ(IndexWalk(p, why), kind == 0 ? before + 1 : kind == 1 ? before - 1 : before) << why;
   }
