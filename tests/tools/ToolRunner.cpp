@@ -140,7 +140,8 @@ std::vector<DumpShape> ParseDump(const std::string& text) {
   std::vector<DumpShape> shapes;
   std::istringstream in(text);
   for (std::string line; std::getline(in, line);) {
-    if (line.empty() || line[0] == '#') continue;
+    // Attribute lines ("  | NAME = value") are not points.
+    if (line.empty() || line[0] == '#' || line.rfind("  |", 0) == 0) continue;
     std::istringstream words(line);
     if (line[0] != ' ') {
       // shape ID KIND [z] flags=0xNN points=N

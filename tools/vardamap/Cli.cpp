@@ -28,8 +28,7 @@ struct Arguments {
   std::string map;
   std::vector<std::string> maps;
   std::string dir;
-  std::string inpoint;
-  std::string format = "text";
+  DumpOptions dump;
   std::string output;
   int size = 800;
   AddOptions add;
@@ -61,12 +60,17 @@ int Main(int argc, char** argv) {
   info->add_option("MAP", a.map, "The .shp file")->required();
 
   CLI::App* dump = app.add_subcommand("dump", "Every delivered line with its database id, flags and points");
-  dump->add_option("MAP", a.map, "The .shp file")->required();
-  dump->add_option("--inpoint", a.inpoint,
+  dump->add_option("MAP", a.dump.map, "The .shp file")->required();
+  dump->add_option("--inpoint", a.dump.inpoint,
                    "Only lines whose box strictly holds X,Y (the reader's \"inpoint\" option;\n"
                    "points are never delivered then)");
-  dump->add_option("--format", a.format, "text (default) or geojson")
+  dump->add_option("--format", a.dump.format,
+                   "text (default) or geojson; both carry the .dbf's attributes, GeoJSON\n"
+                   "in WGS 84 longitude/latitude (reprojected from the .prj's system)")
       ->check(CLI::IsMember({"text", "geojson"}));
+  dump->add_flag("--keep-crs", a.dump.keep_crs, "GeoJSON in the map's own coordinate system");
+  dump->add_option("-o,--output", a.dump.output,
+                   "Write to this file instead of standard output (never left half-written)");
 
   CLI::App* render = app.add_subcommand("render", "Draw one or more maps into an SVG picture");
   render->add_option("MAP", a.maps, "The .shp files, drawn in this order")->required();
@@ -131,7 +135,7 @@ int Main(int argc, char** argv) {
     if (a.version) return RunVersion(a.plugin, out);
     if (demo->parsed()) return RunDemo(a.plugin, a.dir, out);
     if (info->parsed()) return RunInfo(a.plugin, a.map, out);
-    if (dump->parsed()) return RunDump(a.plugin, a.map, a.inpoint, a.format, out);
+    if (dump->parsed()) return RunDump(a.plugin, a.dump, out);
     if (render->parsed()) return RunRender(a.plugin, a.maps, a.output, a.size, out);
     if (add->parsed()) return RunAdd(a.plugin, a.add, std::cin, out);
     if (del->parsed()) return RunDelete(a.plugin, a.map, a.ids, out);

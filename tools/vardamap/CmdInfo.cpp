@@ -1,14 +1,18 @@
 // info, check and --version: what a map or the plug-in says about itself.
 #include <cstdio>
 #include <map>
+#include <memory>
 
 #include "Commands.h"
+#include "Crs.h"
+#include "Dbf.h"
 #include "Errors.h"
 #include "Format.h"
 #include "Gdal.h"
 #include "Map.h"
 #include "Progress.h"
 #include "ShpHeader.h"
+#include "Table.h"
 
 namespace vardamap {
 
@@ -48,6 +52,42 @@ std::string ShapeSummary(const std::vector<Shape>& shapes, size_t vertices) {
   add(with_z, "with Z", "with Z");
   if (!parts.empty()) text += ": " + parts;
   return text + "; " + Plural(vertices, "vertex", "vertices");
+}
+
+// The coordinate system and the attribute table; `records` is -1 when the
+// plug-in did not count them all.
+void WriteGisRows(std::ostream& out, const std::string& path, int records) {
+  if (GdalVersion().empty()) {
+    const bool any = !SiblingPath(path, ".prj").empty() || !DbfPathFor(path).empty();
+    if (any) Row(out, "attributes", "not read: this vardamap is built without GDAL");
+    return;
+  }
+  Row(out, "coordinates", MapCrs(path).Describe());
+  std::unique_ptr<AttributeTable> table;
+  try {
+    table.reset(new AttributeTable(path));
+  } catch (const ToolError& e) {
+    Row(out, "attributes", e.what());
+    return;
+  }
+  if (!table->present()) {
+    Row(out, "attributes", "none (no .dbf)");
+    return;
+  }
+  std::string rows = Plural(table->fields().size(), "field", "fields") + ", " +
+                     Plural(static_cast<size_t>(table->rows()), "row", "rows") + " in " + BaseName(table->path());
+  if (records >= 0 && table->rows() != records) {
+    const std::string differ = "the .dbf has " + std::to_string(table->rows()) + " rows but the map has " +
+                               std::to_string(records) + " records: its rows do not match the shapes";
+    rows += " (" + std::to_string(records) + " records: they differ)";
+    Warn(path + ": " + differ);
+  }
+  Row(out, "attributes", rows);
+  for (const FieldInfo& f : table->fields()) {
+    char line[160];
+    std::snprintf(line, sizeof line, "  %-12s %s (%d.%d)", f.name.c_str(), f.type.c_str(), f.width, f.precision);
+    out << line << '\n';
+  }
 }
 
 }  // namespace
@@ -104,6 +144,7 @@ int RunInfo(const std::string& plugin_path, const std::string& path, std::ostrea
   if (shx_size >= 100)
     shx += ", " + Plural(static_cast<size_t>((shx_size - 100) / 8), "entry", "entries");
   Row(out, ".shx", shx + (map.index_found() ? ", index found" : ", no index: records not checked"));
+  WriteGisRows(out, path, read.ok ? read.records : -1);
   if (read.ok) {
     Row(out, "plug-in", "accepts the map");
     return kExitOk;

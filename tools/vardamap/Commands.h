@@ -3,7 +3,9 @@
 #ifndef VARDAMAP_COMMANDS_H
 #define VARDAMAP_COMMANDS_H
 
+#include <fstream>
 #include <istream>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -19,11 +21,38 @@ struct AddOptions {
   std::vector<std::string> attrs;  // NAME=VALUE for the new rows of the .dbf
 };
 
+struct DumpOptions {
+  std::string map;
+  std::string inpoint;
+  std::string format = "text";
+  std::string output;     // "" for standard output
+  bool keep_crs = false;  // GeoJSON in the map's own system
+};
+
+// A file written under a temporary name beside its place and renamed there
+// by Commit(); removed when the object goes uncommitted, so that an error or
+// Ctrl-C never leaves half a file.
+class OutputFile {
+ public:
+  explicit OutputFile(const std::string& path);  // throws ToolError(kExitFailed)
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+  std::ostream& stream();
+  void Commit();  // throws ToolError(kExitFailed)
+  // The temporary name, for writers that open the file themselves.
+  const std::string& temporary() const { return tmp_; }
+
+ private:
+  std::string path_, tmp_;
+  std::unique_ptr<std::ofstream> out_;
+  bool done_ = false;
+};
+
 // `plugin` is the --plugin path ("" for the default search).
 int RunVersion(const std::string& plugin, std::ostream& out);
 int RunInfo(const std::string& plugin, const std::string& map, std::ostream& out);
-int RunDump(const std::string& plugin, const std::string& map, const std::string& inpoint,
-            const std::string& format, std::ostream& out);
+int RunDump(const std::string& plugin, const DumpOptions& options, std::ostream& out);
 int RunRender(const std::string& plugin, const std::vector<std::string>& maps,
               const std::string& output, int size, std::ostream& out);
 int RunAdd(const std::string& plugin, const AddOptions& options, std::istream& in, std::ostream& out);

@@ -1,5 +1,6 @@
 #include "GeoJson.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace vardamap {
@@ -45,6 +46,12 @@ Json PolygonGeometry(const Shape& shape) {
   std::vector<Ring> rings = SplitRings(shape.points);
   for (Ring& r : rings)
     if (r.front().x != r.back().x || r.front().y != r.back().y) r.push_back(r.front());
+  // A stray point or two after the last ring (a repeated closing point) is
+  // no ring: GeoJSON wants four positions at least.
+  if (rings.size() > 1)
+    rings.erase(std::remove_if(rings.begin(), rings.end(), [](const Ring& r) { return r.size() < 4; }),
+                rings.end());
+  if (rings.empty()) rings = SplitRings(shape.points);
   const bool z = shape.has_z();
   if (rings.size() == 1)
     return Json{{"type", "Polygon"}, {"coordinates", Json::array({Positions(rings[0], z)})}};
@@ -111,11 +118,4 @@ Json FeatureOf(const Shape& shape) {
               {"properties", {{"id", shape.id}, {"kind", KindName(shape.kind())}, {"flags", shape.flags}}},
               {"geometry", GeometryOf(shape)}};
 }
-
-void WriteFeatureCollection(std::ostream& out, const std::vector<Shape>& shapes) {
-  out << "{\"type\":\"FeatureCollection\",\"features\":[";
-  for (size_t i = 0; i < shapes.size(); ++i) out << (i ? ",\n" : "\n") << FeatureOf(shapes[i]).dump();
-  out << "\n]}\n";
-}
-
 }  // namespace vardamap

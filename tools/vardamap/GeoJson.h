@@ -15,8 +15,6 @@ namespace vardamap {
 
 nlohmann::ordered_json GeometryOf(const Shape& shape);
 nlohmann::ordered_json FeatureOf(const Shape& shape);
-// One feature per line, so that large maps stay readable and diffable.
-void WriteFeatureCollection(std::ostream& out, const std::vector<Shape>& shapes);
 
 }  // namespace vardamap
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <new>
 #include <type_traits>
 
@@ -33,7 +34,9 @@ std::vector<std::vector<Point>> SplitRings(const std::vector<Point>& points) {
       continue;
     }
     rings.back().push_back(points[i]);
-    if (points[i].x == points[start].x && points[i].y == points[start].y) start = i + 1;
+    // A ring has at least three corners before it can close: a repeated
+    // first point (as some writers leave) does not end it.
+    if (i - start >= 3 && points[i].x == points[start].x && points[i].y == points[start].y) start = i + 1;
   }
   return rings;
 }
@@ -73,11 +76,30 @@ struct Collector {
   ReadOutcome* out;
   bool keep_points;
   bool out_of_memory;
+  const std::function<void(Shape&)>* sink;  // null: keep every shape
+  Progress* progress;
+  std::exception_ptr error;  // thrown by the sink; nothing may unwind through the plug-in
 };
+
+// Hands the finished shape to the sink and drops it.
+void Flush(Collector* c) {
+  std::vector<Shape>& shapes = c->out->shapes;
+  if (!c->sink || shapes.empty()) return;
+  if (!c->error) {
+    try {
+      (*c->sink)(shapes.back());
+    } catch (...) {
+      c->error = std::current_exception();
+      if (c->progress) c->progress->Stop();
+    }
+  }
+  shapes.clear();
+}
 static_assert(std::is_standard_layout<Collector>::value, "the reader must start with its record");
 
 int32_t BeginLine(TReadVectorMapPlugIn* self, TLineAttributesPlugIn* line) {
   Collector* c = reinterpret_cast<Collector*>(self);
+  Flush(c);
   try {
     Shape s;
     s.id = line->id_bd;
@@ -133,8 +155,15 @@ void Map::Close() {
 }
 
 ReadOutcome Map::Read(const std::string& options, Progress* progress, bool keep_points) {
+  return Collect(options, progress, keep_points, nullptr);
+}
+
+ReadOutcome Map::Collect(const std::string& options, Progress* progress, bool keep_points,
+                         const std::function<void(Shape&)>* shape_sink) {
   ReadOutcome out;
   Collector collector;
+  collector.sink = shape_sink;
+  collector.progress = progress;
   std::memset(&collector.record, 0, sizeof collector.record);
   collector.record.BeginLine = BeginLine;
   collector.record.AddPoint = AddPoint;
@@ -149,16 +178,31 @@ ReadOutcome Map::Read(const std::string& options, Progress* progress, bool keep_
     out.records = progress->records();
     out.cancelled = !out.ok && progress->cancelled();
   }
+  if (collector.error) std::rethrow_exception(collector.error);
   if (collector.out_of_memory) {
     out.ok = false;
     out.messages.push_back("out of memory while keeping the shapes");
+  }
+  // The last shape is complete only once the whole read has ended well.
+  if (out.ok && shape_sink && !out.shapes.empty()) {
+    (*shape_sink)(out.shapes.back());
+    out.shapes.clear();
   }
   return out;
 }
 
 ReadOutcome Map::ReadAll(const std::string& options, const std::string& label, bool keep_points) {
   Progress progress(label);
-  ReadOutcome out = Read(options, &progress, keep_points);
+  return Checked(Read(options, &progress, keep_points));
+}
+
+ReadOutcome Map::Stream(const std::string& options, const std::string& label,
+                        const std::function<void(Shape&)>& sink) {
+  Progress progress(label);
+  return Checked(Collect(options, &progress, true, &sink));
+}
+
+ReadOutcome Map::Checked(ReadOutcome out) {
   if (out.cancelled) throw Cancelled();
   if (!out.ok) {
     std::string why = ErrorSink::Join(out.messages);

@@ -3,6 +3,7 @@
 #define VARDAMAP_MAP_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,13 @@ class Map {
   ReadOutcome ReadAll(const std::string& options, const std::string& label,
                       bool keep_points = true);
 
+  // Reads shape by shape: `sink` is given each shape with its points once
+  // they are all delivered, and the shape is dropped after, so memory stays
+  // flat whatever the map's size. Throws as ReadAll does; what the sink
+  // throws stops the read and is thrown again from here.
+  ReadOutcome Stream(const std::string& options, const std::string& label,
+                     const std::function<void(Shape&)>& sink);
+
   // Adds a shape (or replaces record `replace_id` when it is between 1 and
   // the record count); returns the database id the plug-in gave it.
   // Throws ToolError(kExitFailed) with the plug-in's message on refusal.
@@ -90,6 +98,11 @@ class Map {
   const std::string& path() const { return path_; }
 
  private:
+  ReadOutcome Collect(const std::string& options, Progress* progress, bool keep_points,
+                      const std::function<void(Shape&)>* sink);
+  // Throws for a cancelled or refused read.
+  ReadOutcome Checked(ReadOutcome out);
+
   PlugIn& plugin_;
   std::string path_;
   TVectorMapPlugIn record_;

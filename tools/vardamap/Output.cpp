@@ -25,6 +25,28 @@ void WriteFile(const std::string& path, const std::string& text) {
   }
 }
 
+OutputFile::OutputFile(const std::string& path) : path_(path) {
+  const size_t slash = path.rfind('/');
+  tmp_ = path.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".vardamap-part-" +
+         BaseName(path);
+  out_.reset(new std::ofstream(tmp_, std::ios::binary | std::ios::trunc));
+  if (!*out_) throw Failed("cannot write " + path + ": " + std::strerror(errno));
+}
+
+OutputFile::~OutputFile() {
+  out_.reset();
+  if (!done_) std::remove(tmp_.c_str());
+}
+
+std::ostream& OutputFile::stream() { return *out_; }
+
+void OutputFile::Commit() {
+  out_->close();
+  if (!*out_ || std::rename(tmp_.c_str(), path_.c_str()) != 0)
+    throw Failed("cannot write " + path_ + ": " + std::strerror(errno));
+  done_ = true;
+}
+
 std::string BaseName(const std::string& path) {
   size_t slash = path.rfind('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);

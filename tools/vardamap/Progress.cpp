@@ -99,7 +99,7 @@ void Progress::Advance(int32_t bytes) {
 bool Progress::IsCancelled() {
   ++questions_;
   if (Interrupted() || (cancel_after_ >= 0 && questions_ >= cancel_after_)) cancelled_ = true;
-  return cancelled_;
+  return cancelled_ || stopped_;
 }
 
 void Progress::Draw(bool final_state) {

@@ -26,6 +26,9 @@ class Progress final : public TProgressPlugIn {
   void Advance(int32_t bytes) override;
   bool IsCancelled() override;
 
+  // Makes the plug-in stop at its next question, for a reason of the host's
+  // own (not counted as a cancellation).
+  void Stop() { stopped_ = true; }
   // Clears the bar (or ends its line when it is not drawn in place).
   void Finish();
   // How many records the plug-in counted: it asks once after each.
@@ -43,6 +46,7 @@ class Progress final : public TProgressPlugIn {
   long long done_ = 0;
   int questions_ = 0;
   bool cancelled_ = false;
+  bool stopped_ = false;
   bool drawn_ = false;
   std::chrono::steady_clock::time_point start_;
   std::chrono::steady_clock::time_point last_draw_;

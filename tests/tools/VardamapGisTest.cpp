@@ -1,0 +1,175 @@
+// Maps with attributes and coordinate systems (../shared/corpus-gis): what
+// vardamap says and writes agrees with GDAL's own programs on the same map.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+
+#include <nlohmann/json.hpp>
+
+#include "ToolRunner.h"
+
+using namespace vmtest;
+using nlohmann::json;
+
+namespace {
+
+const char* const kMaps[] = {"nc", "world", "NY8_utm18", "lux"};
+
+bool Skip() { return !HaveGisCorpus() || !HaveProgram("ogr2ogr") || !VardamapHasGdal(); }
+
+void Flatten(const json& coords, std::vector<std::vector<double>>& out) {
+  if (coords.is_array() && !coords.empty() && coords[0].is_number()) {
+    out.push_back(coords.get<std::vector<double>>());
+    return;
+  }
+  for (const json& c : coords) Flatten(c, out);
+}
+
+// Same keys in the same order; numbers equal to 12 significant digits (the
+// peer prints 15 digits, the tool the shortest exact form).
+void ExpectSameProperties(const json& ours, const json& theirs) {
+  ASSERT_EQ(ours.size(), theirs.size()) << ours.dump() << "\n" << theirs.dump();
+  auto a = ours.begin();
+  for (auto b = theirs.begin(); b != theirs.end(); ++a, ++b) {
+    ASSERT_EQ(a.key(), b.key());
+    if (b->is_number() && a->is_number())
+      EXPECT_NEAR(a->get<double>(), b->get<double>(), 1e-12 * std::max(1.0, std::fabs(b->get<double>()))) << b.key();
+    else
+      EXPECT_EQ(*a, *b) << b.key();
+  }
+}
+
+// The same points, to 1e-9 degrees, whatever the order of the rings. The
+// plug-in delivers a shape's rings as one run of points, so where a ring
+// touches its own start or repeats its closing point the tool may cut the
+// run otherwise than the file's parts: repeated points are compared once.
+void ExpectSameGeometry(const json& ours, const json& theirs) {
+  EXPECT_EQ(ours["type"], theirs["type"]);
+  std::vector<std::vector<double>> a, b;
+  Flatten(ours["coordinates"], a);
+  Flatten(theirs["coordinates"], b);
+  for (auto* v : {&a, &b}) {
+    std::sort(v->begin(), v->end());
+    v->erase(std::unique(v->begin(), v->end()), v->end());
+  }
+  ASSERT_EQ(a.size(), b.size());
+  for (size_t i = 0; i < a.size(); ++i) {
+    ASSERT_EQ(a[i].size(), b[i].size());
+    for (size_t k = 0; k < a[i].size(); ++k) ASSERT_NEAR(a[i][k], b[i][k], 1e-9) << "point " << i;
+  }
+}
+
+}  // namespace
+
+TEST(VardamapGis, GeoJsonMatchesOgr2ogrInWgs84) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  for (const char* name : kMaps) {
+    SCOPED_TRACE(name);
+    const std::string map = GisCorpusDir() + "/" + name + ".shp";
+    Result ours = Vardamap({"dump", map, "--format", "geojson"});
+    ASSERT_EQ(ours.code, 0) << ours.err;
+    EXPECT_TRUE(ours.err.empty()) << ours.err;
+    Result theirs = RunProgram({"ogr2ogr", "-f", "GeoJSON", "-t_srs", "EPSG:4326", "/vsistdout/", map});
+    ASSERT_EQ(theirs.code, 0) << theirs.err;
+    const json a = json::parse(ours.out), b = json::parse(theirs.out);
+    ASSERT_EQ(a["features"].size(), b["features"].size());
+    for (size_t i = 0; i < a["features"].size(); ++i) {
+      SCOPED_TRACE("feature " + std::to_string(i));
+      EXPECT_EQ(a["features"][i]["id"], i + 1);
+      ExpectSameProperties(a["features"][i]["properties"], b["features"][i]["properties"]);
+      ExpectSameGeometry(a["features"][i]["geometry"], b["features"][i]["geometry"]);
+    }
+  }
+}
+
+TEST(VardamapGis, InfoNamesTheSystemAndFieldsOgrinfoNames) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  for (const char* name : kMaps) {
+    SCOPED_TRACE(name);
+    const std::string map = GisCorpusDir() + "/" + name + ".shp";
+    Result info = Vardamap({"info", map});
+    ASSERT_EQ(info.code, 0) << info.err;
+    Result og = RunProgram({"ogrinfo", "-so", "-al", map});
+    ASSERT_EQ(og.code, 0) << og.err;
+    // The first quoted name after "Layer SRS WKT:".
+    const size_t wkt = og.out.find("Layer SRS WKT:");
+    ASSERT_NE(wkt, std::string::npos);
+    const size_t q = og.out.find('"', wkt);
+    const std::string crs = og.out.substr(q + 1, og.out.find('"', q + 1) - q - 1);
+    EXPECT_NE(info.out.find("coordinates   " + crs), std::string::npos) << crs << "\n" << info.out;
+    // Every field line of ogrinfo ("NAME: String (80.0)") is in the tool's list.
+    const size_t count = og.out.find("Feature Count: ");
+    const std::string rows = og.out.substr(count + 15, og.out.find('\n', count) - count - 15);
+    EXPECT_NE(info.out.find(", " + rows + " rows in " + std::string(name) + ".dbf"), std::string::npos) << info.out;
+    for (size_t at = og.out.find("Data axis"); (at = og.out.find('\n', at)) != std::string::npos;) {
+      const std::string line = og.out.substr(at + 1, og.out.find('\n', at + 1) - at - 1);
+      ++at;
+      const size_t colon = line.find(": ");
+      if (line.empty() || colon == std::string::npos) continue;
+      const std::string field = line.substr(0, colon), type = line.substr(colon + 2);
+      const size_t mine = info.out.find("  " + field + " ");
+      ASSERT_NE(mine, std::string::npos) << field;
+      EXPECT_EQ(info.out.substr(info.out.find_first_not_of(' ', mine + 2 + field.size()), type.size()), type);
+    }
+  }
+  const std::string nc = GisCorpusDir() + "/nc.shp";
+  EXPECT_NE(Vardamap({"info", nc}).out.find("coordinates   NAD27 (EPSG 4267)"), std::string::npos);
+}
+
+TEST(VardamapGis, MissingShortOrUnreadableCompanionsAreReported) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  TempDir dir;
+  const std::string map = CopyGisMap("NY8_utm18", dir);
+  // Without a .prj: "none", and GeoJSON as stored with a warning.
+  std::remove((dir / "NY8_utm18.prj").c_str());
+  EXPECT_NE(Vardamap({"info", map}).out.find("coordinates   none (no .prj)"), std::string::npos);
+  Result stored = Vardamap({"dump", map, "--format", "geojson"});
+  ASSERT_EQ(stored.code, 0) << stored.err;
+  EXPECT_NE(stored.err.find("warning: " + map + ": no .prj"), std::string::npos) << stored.err;
+  std::vector<std::vector<double>> pts;
+  Flatten(json::parse(stored.out)["features"][0]["geometry"]["coordinates"], pts);
+  EXPECT_GT(pts[0][0], 400000);  // UTM metres, not degrees
+
+  // A .prj that PROJ cannot read: info says so; GeoJSON is refused unless
+  // the coordinates are wanted as stored.
+  std::ofstream(dir / "NY8_utm18.prj") << "PROJCS[\"broken\",GEOGCS[";
+  Result info = Vardamap({"info", map});
+  EXPECT_EQ(info.code, 0) << info.err;
+  EXPECT_NE(info.out.find("coordinates   unreadable .prj"), std::string::npos) << info.out;
+  const std::string out = dir / "out.geojson";
+  Result refused = Vardamap({"dump", map, "--format", "geojson", "-o", out});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(CountLines(refused.err), 1) << refused.err;
+  EXPECT_NE(refused.err.find("--keep-crs"), std::string::npos) << refused.err;
+  EXPECT_FALSE(FileExists(out));
+  Result kept = Vardamap({"dump", map, "--format", "geojson", "--keep-crs", "-o", out});
+  EXPECT_EQ(kept.code, 0) << kept.err;
+  EXPECT_EQ(json::parse(ReadFile(out))["features"].size(), 281u);
+
+  // A table one row short: info and dump warn, the rows there are joined.
+  TempDir other;
+  ASSERT_EQ(RunProgram({"ogr2ogr", "-f", "ESRI Shapefile", other / "short.dbf", map, "-limit", "280", "-nlt", "NONE"}).code, 0);
+  CopyFile(other / "short.dbf", dir / "NY8_utm18.dbf");
+  Result short_info = Vardamap({"info", map});
+  EXPECT_EQ(short_info.code, 0);
+  EXPECT_NE(short_info.err.find("has 280 rows but the map has 281 records"), std::string::npos) << short_info.err;
+  Result short_dump = Vardamap({"dump", map, "--format", "geojson", "--keep-crs"});
+  EXPECT_EQ(short_dump.code, 0);
+  EXPECT_NE(short_dump.err.find("280 rows but the map has 281 records"), std::string::npos) << short_dump.err;
+  const json doc = json::parse(short_dump.out);
+  EXPECT_EQ(doc["features"][279]["properties"]["AREAKEY"], "36109992200");
+  EXPECT_TRUE(doc["features"][280]["properties"].is_null());
+}
+
+TEST(VardamapGis, CancelledDumpLeavesNoFile) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  TempDir dir;
+  const std::string out = dir / "nc.geojson";
+  Result r = Vardamap({"dump", GisCorpusDir() + "/nc.shp", "--format", "geojson", "-o", out}, "",
+                      {"VARDAMAP_CANCEL_AFTER=50"});
+  EXPECT_EQ(r.code, 130) << r.err;
+  EXPECT_FALSE(FileExists(out));
+  for (const auto& e : std::filesystem::directory_iterator(dir.path())) ADD_FAILURE() << "left behind: " << e.path();
+}
