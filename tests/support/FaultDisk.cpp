@@ -42,6 +42,7 @@ class FaultBackend : public TFicheroITV_Base {
       return true;
     }
     append_ = kind == 'a';
+    writable_ = kind != 'r' || str_modo.c_str()[1] == '+';
     if (!inner_->Abre(name, mode, err)) return FailInner();
     file_ = disk_.FileOf(name_, creates);
     if (creates) disk_.Note(Event(FaultDisk::Event::kCreate));
@@ -56,7 +57,7 @@ class FaultBackend : public TFicheroITV_Base {
     }
     if (!inner_->Abierto()) return inner_->Cierra(err);
     // A close that fails still lets the descriptor go.
-    const int e = disk_.Crashed() ? 0 : disk_.Check(FaultDisk::kClose, name_);
+    const int e = disk_.Crashed() || !writable_ ? 0 : disk_.Check(FaultDisk::kClose, name_);
     if (!e) return inner_->Cierra(err) || FailInner();
     inner_->Cierra(nullptr);
     if (err)
@@ -166,6 +167,7 @@ class FaultBackend : public TFicheroITV_Base {
   std::string name_;
   int file_ = 0;
   bool append_ = false;
+  bool writable_ = false;
   bool sink_ = false;
   long long sink_pos_ = 0;
   int error_ = 0;
@@ -197,6 +199,7 @@ void FaultDisk::Reset() {
   rules_.clear();
   for (int& c : counts_) c = 0;
   injected_ = 0;
+  injected_into_.clear();
   crash_bytes_ = -1;
   crash_writes_ = -1;
   bytes_ = 0;
@@ -214,7 +217,10 @@ int FaultDisk::Check(Op op, const std::string& name) {
     r.seen++;
     if (!error && (r.seen == r.n || (r.from_then_on && r.seen > r.n))) error = r.error;
   }
-  if (error) injected_++;
+  if (error) {
+    injected_++;
+    injected_into_ = name;
+  }
   return error;
 }
 

@@ -30,7 +30,8 @@ class FaultDisk : public TSistemaFicheros {
   using Bytes = std::vector<unsigned char>;
 
   // Kinds of operation that can be made to fail. kSync covers Flush,
-  // Sincroniza and SincronizaCarpeta.
+  // Sincroniza and SincronizaCarpeta; kClose counts only the closes of files
+  // opened for writing (closing a file that was only read loses nothing).
   enum Op { kOpen, kWrite, kSync, kSeek, kClose, kTruncate, kRemove, kRename, kNumOps };
 
   struct Event {
@@ -59,8 +60,9 @@ class FaultDisk : public TSistemaFicheros {
 
   // Operations of kind `op` seen so far, failed ones included.
   int Count(Op op) const { return counts_[op]; }
-  // Failures injected so far.
+  // Failures injected so far, and the file the last one struck.
   int Injected() const { return injected_; }
+  const std::string& InjectedInto() const { return injected_into_; }
   const std::vector<Event>& Log() const { return log_; }
   // Forgets failures, crash, counts and log.
   void Reset();
@@ -101,6 +103,7 @@ class FaultDisk : public TSistemaFicheros {
   std::vector<Rule> rules_;
   int counts_[kNumOps] = {};
   int injected_ = 0;
+  std::string injected_into_;
   long long crash_bytes_ = -1;
   int crash_writes_ = -1;
   long long bytes_ = 0;
