@@ -4,7 +4,6 @@
 
 #include <cerrno>
 
-#include "file/FicheroITVStdio.h"
 #include "file/MultipleFiles.h"
 #include "file/SistemaFicheros.h"
 #include "string/DUString.h"
