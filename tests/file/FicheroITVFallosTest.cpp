@@ -64,7 +64,7 @@ TEST_F(FicheroITVFallosTest, WritesPastTheFileSizeLimitFailWithEFBIG) {
   EXPECT_EQ(tmp.Read("limit.bin").size(), 1000u);
 }
 
-TEST_F(FicheroITVFallosTest, FailedSeeksAreReported) {
+TEST_F(FicheroITVFallosTest, FailedSeeksAndSyncsAreReported) {
   ASSERT_TRUE(tmp.Write("a.bin", Pattern(100)));
   for (int cache : {0, MODO_CACHE}) {
     SCOPED_TRACE(cache);
@@ -86,6 +86,9 @@ TEST_F(FicheroITVFallosTest, FailedSeeksAreReported) {
   if (f.Abre(N(nombre), MODO_LEER | MODO_BINARIO, nullptr)) {
     EXPECT_FALSE(f.Posicionate64(2));
     EXPECT_EQ(f.ErrnoSistema(), ESPIPE);
+    // Nor be made durable.
+    EXPECT_FALSE(f.Sincroniza());
+    EXPECT_EQ(f.ErrnoSistema(), EINVAL);
     f.CierraEx();
   }
   ::close(p[0]);
