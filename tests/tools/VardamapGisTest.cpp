@@ -173,3 +173,41 @@ TEST(VardamapGis, CancelledDumpLeavesNoFile) {
   EXPECT_FALSE(FileExists(out));
   for (const auto& e : std::filesystem::directory_iterator(dir.path())) ADD_FAILURE() << "left behind: " << e.path();
 }
+
+TEST(VardamapGis, ExportWritesEveryFormatOgrReadsBack) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  TempDir dir;
+  const std::string map = GisCorpusDir() + "/nc.shp";
+  const json dumped = json::parse(Vardamap({"dump", map, "--format", "geojson"}).out);
+  struct Case {
+    const char* ext;
+    const char* layer;  // as ogrinfo lists it
+  };
+  for (const Case& c : {Case{"geojson", "nc"}, Case{"gpx", "tracks"}, Case{"kml", "nc"}, Case{"gpkg", "nc"},
+                        Case{"csv", "nc"}}) {
+    SCOPED_TRACE(c.ext);
+    const std::string out = dir / (std::string("nc.") + c.ext);
+    Result r = Vardamap({"export", map, out});
+    ASSERT_EQ(r.code, 0) << r.err;
+    Result og = RunProgram({"ogrinfo", "-so", out, c.layer});
+    ASSERT_EQ(og.code, 0) << og.err;
+    EXPECT_NE(og.out.find("Feature Count: 100"), std::string::npos) << og.out;
+    if (std::string(c.ext) != "gpx") EXPECT_NE(og.out.find("FIPS: String"), std::string::npos) << og.out;
+  }
+  // Through OGR's own GeoJSON back out: the same names and points as dump.
+  Result back = RunProgram({"ogr2ogr", "-f", "GeoJSON", "/vsistdout/", dir / "nc.gpkg", "-t_srs", "EPSG:4326"});
+  ASSERT_EQ(back.code, 0) << back.err;
+  const json theirs = json::parse(back.out);
+  ASSERT_EQ(theirs["features"].size(), 100u);
+  for (size_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(theirs["features"][i]["properties"]["NAME"], dumped["features"][i]["properties"]["NAME"]);
+    ExpectSameGeometry(dumped["features"][i]["geometry"], theirs["features"][i]["geometry"]);
+  }
+  // Unknown extensions are wrong usage; a cancelled export leaves no file.
+  EXPECT_EQ(Vardamap({"export", map, dir / "nc.xyz"}).code, 2);
+  Result cancelled = Vardamap({"export", map, dir / "c.gpkg"}, "", {"VARDAMAP_CANCEL_AFTER=10"});
+  EXPECT_EQ(cancelled.code, 130) << cancelled.err;
+  EXPECT_FALSE(FileExists(dir / "c.gpkg"));
+  for (const auto& e : std::filesystem::directory_iterator(dir.path()))
+    EXPECT_EQ(e.path().filename().string().rfind(".vardamap", 0), std::string::npos) << e.path();
+}

@@ -102,6 +102,16 @@ int Main(int argc, char** argv) {
   del->add_option("MAP", a.map, "The .shp file")->required();
   del->add_option("ID", a.ids, "Database ids (record numbers from 1)")->required()->check(CLI::Range(1, INT_MAX));
 
+  CLI::App* exp = app.add_subcommand(
+      "export", "Write a map with its attributes as GeoJSON, GPX, KML, GeoPackage or CSV (needs GDAL)");
+  exp->add_option("MAP", a.map, "The .shp file")->required();
+  exp->add_option("OUT", a.output,
+                  "The file to write; its extension names the format: .geojson, .gpx (lines as\n"
+                  "tracks, points as waypoints), .kml, .gpkg or .csv (geometry as WKT).\n"
+                  "GeoJSON, GPX and KML are in WGS 84 longitude/latitude")
+      ->required();
+  exp->add_flag("--keep-crs", a.dump.keep_crs, "GeoJSON in the map's own coordinate system");
+
   CLI::App* check = app.add_subcommand("check", "Read the whole map: exit 0 when the plug-in accepts it");
   check->add_option("MAP", a.map, "The .shp file")->required();
 
@@ -121,7 +131,7 @@ int Main(int argc, char** argv) {
         if (arg == "--plugin") ++i;
         else if (arg.empty() || arg[0] != '-') word = arg;
       }
-      Fail("unknown command \"" + word + "\" (commands: demo, info, dump, render, add, delete, check; see --help)");
+      Fail("unknown command \"" + word + "\" (commands: demo, info, dump, export, render, add, delete, check; see --help)");
     } else {
       std::string where = chosen.empty() ? "" : " " + chosen[0]->get_name();
       Fail(std::string(e.what()) + " (see vardamap" + where + " --help)");
@@ -139,8 +149,9 @@ int Main(int argc, char** argv) {
     if (render->parsed()) return RunRender(a.plugin, a.maps, a.output, a.size, out);
     if (add->parsed()) return RunAdd(a.plugin, a.add, std::cin, out);
     if (del->parsed()) return RunDelete(a.plugin, a.map, a.ids, out);
+    if (exp->parsed()) return RunExport(a.plugin, a.map, a.output, a.dump.keep_crs, out);
     if (check->parsed()) return RunCheck(a.plugin, a.map, out);
-    Fail("no command given (commands: demo, info, dump, render, add, delete, check; see --help)");
+    Fail("no command given (commands: demo, info, dump, export, render, add, delete, check; see --help)");
     return kExitUsage;
   } catch (const ToolError& e) {
     std::cout.flush();

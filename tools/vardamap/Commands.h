@@ -34,7 +34,9 @@ struct DumpOptions {
 // Ctrl-C never leaves half a file.
 class OutputFile {
  public:
-  explicit OutputFile(const std::string& path);  // throws ToolError(kExitFailed)
+  // Throws ToolError(kExitFailed). Without `open_stream` the caller writes
+  // the temporary file itself (stream() is then not to be used).
+  explicit OutputFile(const std::string& path, bool open_stream = true);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -58,6 +60,9 @@ int RunRender(const std::string& plugin, const std::vector<std::string>& maps,
 int RunAdd(const std::string& plugin, const AddOptions& options, std::istream& in, std::ostream& out);
 int RunDelete(const std::string& plugin, const std::string& map, std::vector<int> ids,
               std::ostream& out);
+// The format from OUT's extension: .geojson, .gpx, .kml, .gpkg or .csv.
+int RunExport(const std::string& plugin, const std::string& map, const std::string& output,
+              bool keep_crs, std::ostream& out);
 int RunCheck(const std::string& plugin, const std::string& map, std::ostream& out);
 int RunDemo(const std::string& plugin, const std::string& dir, std::ostream& out);
 

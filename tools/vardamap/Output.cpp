@@ -25,10 +25,14 @@ void WriteFile(const std::string& path, const std::string& text) {
   }
 }
 
-OutputFile::OutputFile(const std::string& path) : path_(path) {
+OutputFile::OutputFile(const std::string& path, bool open_stream) : path_(path) {
   const size_t slash = path.rfind('/');
   tmp_ = path.substr(0, slash == std::string::npos ? 0 : slash + 1) + ".vardamap-part-" +
          BaseName(path);
+  if (!open_stream) {
+    std::remove(tmp_.c_str());
+    return;
+  }
   out_.reset(new std::ofstream(tmp_, std::ios::binary | std::ios::trunc));
   if (!*out_) throw Failed("cannot write " + path + ": " + std::strerror(errno));
 }
@@ -41,8 +45,8 @@ OutputFile::~OutputFile() {
 std::ostream& OutputFile::stream() { return *out_; }
 
 void OutputFile::Commit() {
-  out_->close();
-  if (!*out_ || std::rename(tmp_.c_str(), path_.c_str()) != 0)
+  if (out_) out_->close();
+  if ((out_ && !*out_) || std::rename(tmp_.c_str(), path_.c_str()) != 0)
     throw Failed("cannot write " + path_ + ": " + std::strerror(errno));
   done_ = true;
 }
