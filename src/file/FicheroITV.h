@@ -105,6 +105,17 @@ class TFicheroITV {
     off_cache += n;
     return p;
   }
+  // The loaded span from the current position on, without moving: a pointer
+  // and, in `n`, how many bytes follow; null when there is no span to read
+  // in place. A reader that walks them itself then moves past what it used
+  // with SaltaEnSpan, which must stay within those n bytes.
+  const char* VistaSpan(long& n) const {
+    if (!cache || es_memoria || long_fichero_cache < 0 || base_cache != ini_cache || off_cache < 0)
+      return nullptr;
+    n = static_cast<long>(fin_cache - ini_cache) - off_cache;
+    return n >= 0 ? cache + off_cache : nullptr;
+  }
+  void SaltaEnSpan(long n) { off_cache += n; }
 
   // ------------------------------------------------ typed streaming
   TFicheroITV& operator<<(char v);

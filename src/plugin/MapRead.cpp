@@ -61,6 +61,29 @@ class LecturaMapa {
   }
   bool ComparaCabeceras(long long N);
   TResultado Recorre(long long N);
+  // Delivers the records that lie wholly inside the loaded spans of both
+  // files and need none of the checks' slow ends, straight from the spans;
+  // stops at the first one that does, which the general step then takes.
+  // Returns false when a record was refused or the host cancelled.
+  bool RecorreSpan(long long N, long long& P, TResultado& r);
+  // Hands one record's contents to the reader of its shape family.
+  TErrorRegistro Entrega(int32_t T, const unsigned char* datos, int len, int id) {
+    switch (T) {
+      case shp::kPoint:
+      case shp::kPointZ:
+        return Lee_Punto(reader_, T, datos, len, id, params_);
+      case shp::kPolyLine:
+      case shp::kPolygon:
+      case shp::kPolyLineZ:
+      case shp::kPolygonZ:
+        return Lee_Polilinea(reader_, T, datos, len, id, params_);
+      case shp::kMultiPoint:
+      case shp::kMultiPointZ:
+        return Lee_MultiPunto(reader_, T, datos, len, id, params_);
+      default:
+        return nullptr;  // other types up to 31 are read and skipped
+    }
+  }
   // One record whose 12-byte header (number, length, type) is in `cab`.
   TPaso LeeRegistro(long long P, const unsigned char* cab, bool idx_ok, int32_t io, int32_t il);
 
@@ -74,6 +97,7 @@ class LecturaMapa {
   TReadVectorMapPlugIn sin_lector_{};
   long long tam_ = 0;
   bool rechazado_ = false;
+  int32_t tipo_mapa_ = 0;  // the header's shape type, as reading has it
 
  public:
   bool Rechazado() const { return rechazado_; }
@@ -133,22 +157,32 @@ TResultado LecturaMapa::Lee() {
   const long long N = shp::GetBigInt(d_.Cabecera(), shp::kHdrFileLength);
   if (d_.ShxAbierto() && !ComparaCabeceras(N)) return TResultado::kFallo;
   d_.EmpiezaLectura(static_cast<int32_t>(N));
+  tipo_mapa_ = d_.TipoMapa();
   return Recorre(N);
 }
 
 TResultado LecturaMapa::Recorre(long long N) {
+  // Reading is strictly forward: each record starts where the last one ended.
+  long long P = F_.PosActual64();
+  const bool con_indice = d_.ShxAbierto();
   for (;;) {
-    const long long P = F_.PosActual64();
+    TResultado r;
+    if (!RecorreSpan(N, P, r)) return r;
     if (P >= tam_) return TResultado::kHecho;  // the end of the file
     int32_t entrada[2] = {0, 0};
     // A missing entry only matters if a record turns out to be there.
-    const bool idx_ok = !d_.ShxAbierto() || LeeBytes(X_, entrada, 8);
+    const bool idx_ok = !con_indice || LeeBytes(X_, entrada, 8);
     // The record header in one piece: number, content length and shape type,
-    // as much of it as the file holds.
-    unsigned char cab[12] = {0};
+    // as much of it as the file holds; in place when the cache holds it.
     const long long queda = tam_ - P;
     const int n = static_cast<int>(queda < 12 ? queda : 12);
-    const bool leido = LeeBytes(F_, cab, n);
+    const unsigned char* cab = n == 12 ? reinterpret_cast<const unsigned char*>(F_.LeeEnSpan(12)) : nullptr;
+    unsigned char copia[12] = {0};
+    bool leido = true;
+    if (!cab) {
+      leido = LeeBytes(F_, copia, n);
+      cab = copia;
+    }
     // Reading ends at the end of the file or of the counted length, and at a
     // zero record number (an end mark); that word is not a record.
     if (P + 4 >= tam_ || P >= 2 * N) {
@@ -167,13 +201,65 @@ TResultado LecturaMapa::Recorre(long long N) {
       RechazaRegistro(d_.NumRegistros() + 1, "the record is cut short by the end of the file");
       return TResultado::kFallo;
     }
+    const long long siguiente = P + shp::kRecordHeaderSize + 2LL * shp::GetBigInt(cab, 4);
     const TPaso paso =
         LeeRegistro(P, cab, idx_ok, shp::Reverse(entrada[0]), shp::Reverse(entrada[1]));
-    if (paso == TPaso::kSigue) continue;
+    if (paso == TPaso::kSigue) {
+      P = siguiente;
+      continue;
+    }
     // Records after this one were not counted; an edit counts them first.
-    if (!rechazado_) d_.LecturaParcial(P + shp::kRecordHeaderSize + 2LL * shp::GetBigInt(cab, 4));
+    if (!rechazado_) d_.LecturaParcial(siguiente);
     return paso == TPaso::kFinConExito ? TResultado::kHecho : TResultado::kFallo;
   }
+}
+
+bool LecturaMapa::RecorreSpan(long long N, long long& P, TResultado& r) {
+  long nf = 0, nx = 0;
+  const unsigned char* pf = reinterpret_cast<const unsigned char*>(F_.VistaSpan(nf));
+  const bool con_indice = d_.ShxAbierto();
+  const unsigned char* px =
+      con_indice ? reinterpret_cast<const unsigned char*>(X_.VistaSpan(nx)) : nullptr;
+  if (!pf || (con_indice && !px)) return true;
+  // Every record taken here would pass each check of the general step; the
+  // first that might not is left to it, so results and messages are the same.
+  const long long fin = 2 * N < tam_ ? 2 * N : tam_;
+  long uf = 0, ux = 0;
+  bool sigue = true;
+  while (uf + 12 <= nf && (!con_indice || ux + 8 <= nx) && P + 12 <= fin && P + 4 < tam_) {
+    const unsigned char* cab = pf + uf;
+    const int32_t C = shp::GetBigInt(cab, 4);
+    const int32_t T = shp::GetInt(cab, 8);
+    if (shp::GetInt(cab, 0) == 0 || C < 2 || T != tipo_mapa_ ||
+        static_cast<uint32_t>(T) - 1u > 30u)
+      break;
+    const long bytes = 2L * C - 4;
+    if (bytes > nf - uf - 12 || P + 12 + bytes > tam_) break;
+    if (con_indice && (2LL * shp::GetBigInt(px + ux, 0) != P || shp::GetBigInt(px + ux, 4) != C))
+      break;
+    const int id = d_.RegistroLeido();
+    // The positions move first: a host callback may throw out of the read.
+    uf += 12 + bytes;
+    ux += con_indice ? 8 : 0;
+    P += 12 + bytes;
+    F_.SaltaEnSpan(12 + bytes);
+    if (con_indice) X_.SaltaEnSpan(8);
+    TErrorRegistro fallo = Entrega(T, cab + 12, static_cast<int>(bytes), id);
+    if (fallo) {
+      RechazaRegistro(id, fallo);
+      r = TResultado::kFallo;
+      sigue = false;
+      break;
+    }
+    if (Cancelado()) {
+      d_.LecturaParcial(P);
+      r = TResultado::kFallo;
+      sigue = false;
+      break;
+    }
+    Avanza(2LL * C + 8);
+  }
+  return sigue;
 }
 
 TPaso LecturaMapa::LeeRegistro(long long P, const unsigned char* cab, bool idx_ok, int32_t io,
@@ -198,13 +284,14 @@ TPaso LecturaMapa::LeeRegistro(long long P, const unsigned char* cab, bool idx_o
     Avanza(static_cast<long long>(C) + 12);
     return TPaso::kFinConExito;
   }
-  const int32_t tipo_mapa = d_.TipoMapa();
-  if (T != tipo_mapa) {
+  if (T != tipo_mapa_) {
+    const int32_t tipo_mapa = d_.TipoMapa();
     if (tipo_mapa != 0) {
       Rechaza("ShapeType Error reading SHP file.");
       return TPaso::kFallo;
     }
     d_.PonTipoMapa(T);
+    tipo_mapa_ = T;
   }
   const long long bytes = 2LL * C - 4;
   if (P + shp::kRecordHeaderSize + 4 + bytes > tam_)
@@ -224,26 +311,7 @@ TPaso LecturaMapa::LeeRegistro(long long P, const unsigned char* cab, bool idx_o
       return RechazaRegistro(id, "its contents cannot be read");
     datos = d_.Registro().data();
   }
-  const int len = static_cast<int>(bytes);
-  TErrorRegistro fallo = nullptr;
-  switch (T) {
-    case shp::kPoint:
-    case shp::kPointZ:
-      fallo = Lee_Punto(reader_, T, datos, len, id, params_);
-      break;
-    case shp::kPolyLine:
-    case shp::kPolygon:
-    case shp::kPolyLineZ:
-    case shp::kPolygonZ:
-      fallo = Lee_Polilinea(reader_, T, datos, len, id, params_);
-      break;
-    case shp::kMultiPoint:
-    case shp::kMultiPointZ:
-      fallo = Lee_MultiPunto(reader_, T, datos, len, id, params_);
-      break;
-    default:
-      break;  // other types up to 31 are read and skipped
-  }
+  TErrorRegistro fallo = Entrega(T, datos, static_cast<int>(bytes), id);
   if (fallo) return RechazaRegistro(id, fallo);
   if (Cancelado()) return TPaso::kFallo;
   Avanza(2LL * C + 8);

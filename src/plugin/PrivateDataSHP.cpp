@@ -177,10 +177,6 @@ bool TPrivateDataSHP::PasaAEscritura(DString& msg) {
   return Abre(true, msg);
 }
 
-int32_t TPrivateDataSHP::TipoMapa() const { return shp::GetInt(cabecera_, shp::kHdrShapeType); }
-
-void TPrivateDataSHP::PonTipoMapa(int32_t tipo) { shp::PutInt(cabecera_, shp::kHdrShapeType, tipo); }
-
 void TPrivateDataSHP::CabeceraLeida() {
   if (std::fabs(shp::GetDouble(cabecera_, shp::kHdrXmin)) > 1e-05) extremos_ = true;
 }

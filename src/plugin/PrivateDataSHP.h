@@ -6,6 +6,7 @@
 #define VARDA_PLUGIN_PRIVATEDATASHP_H
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "VardaPlugIn.h"
@@ -71,8 +72,12 @@ class TPrivateDataSHP {
   // ------------------------------------------------ the header image
   const unsigned char* Cabecera() const { return cabecera_; }
   unsigned char* CabeceraParaLeer() { return cabecera_; }
-  int32_t TipoMapa() const;
-  void PonTipoMapa(int32_t tipo);
+  int32_t TipoMapa() const {
+    int32_t t;
+    std::memcpy(&t, cabecera_ + 32, 4);
+    return t;
+  }
+  void PonTipoMapa(int32_t tipo) { std::memcpy(cabecera_ + 32, &tipo, 4); }
   // Reading took the header: only Xmin is looked at, deliberately, so a box
   // whose Xmin is about zero counts as unset and the next shape replaces it.
   void CabeceraLeida();
