@@ -211,3 +211,70 @@ TEST(VardamapGis, ExportWritesEveryFormatOgrReadsBack) {
   for (const auto& e : std::filesystem::directory_iterator(dir.path()))
     EXPECT_EQ(e.path().filename().string().rfind(".vardamap", 0), std::string::npos) << e.path();
 }
+
+TEST(VardamapGis, ImportBringsExportedMapsBackWithTheirAttributes) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  TempDir dir;
+  const std::string map = GisCorpusDir() + "/lux.shp";
+  const json original = json::parse(Vardamap({"dump", map, "--format", "geojson"}).out);
+  const size_t n = original["features"].size();
+  for (const char* ext : {"geojson", "gpkg", "kml", "gpx"}) {
+    SCOPED_TRACE(ext);
+    const std::string file = dir / (std::string("lux.") + ext), back = dir / (std::string("back_") + ext + ".shp");
+    ASSERT_EQ(Vardamap({"export", map, file}).code, 0);
+    Result imp = Vardamap({"import", file, back, "--create"});
+    ASSERT_EQ(imp.code, 0) << imp.err;
+    // Other GIS programs read the new map, its names and its system.
+    Result og = RunProgram({"ogrinfo", "-so", "-al", back});
+    ASSERT_EQ(og.code, 0) << og.err;
+    EXPECT_NE(og.out.find("GEOGCRS[\"WGS 84\""), std::string::npos) << og.out;
+    const json again = json::parse(Vardamap({"dump", back, "--format", "geojson"}).out);
+    if (std::string(ext) == "gpx") {
+      // Rings come back as track lines, one shape per ring; every point is kept.
+      std::vector<std::vector<double>> a, b;
+      for (const json& f : original["features"]) Flatten(f["geometry"]["coordinates"], a);
+      for (const json& f : again["features"]) Flatten(f["geometry"]["coordinates"], b);
+      ExpectSameGeometry(json{{"type", "x"}, {"coordinates", a}}, json{{"type", "x"}, {"coordinates", b}});
+      EXPECT_GE(again["features"].size(), n);
+      continue;
+    }
+    ASSERT_EQ(again["features"].size(), n);
+    for (size_t i = 0; i < n; ++i) {
+      ExpectSameGeometry(again["features"][i]["geometry"], original["features"][i]["geometry"]);
+      if (std::string(ext) != "kml")  // KML keeps the first text field as the placemark's name
+        EXPECT_EQ(again["features"][i]["properties"]["NAME_2"], original["features"][i]["properties"]["NAME_2"]);
+    }
+  }
+}
+
+TEST(VardamapGis, ImportRefusesInputItCannotUseAndChangesNothing) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  TempDir dir;
+  std::ofstream(dir / "garbage.gpx") << "this is no GPX";
+  Result bad = Vardamap({"import", dir / "garbage.gpx", dir / "new.shp", "--create"});
+  EXPECT_EQ(bad.code, 1);
+  EXPECT_EQ(CountLines(bad.err), 1) << bad.err;
+  EXPECT_NE(bad.err.find("OGR cannot open it"), std::string::npos) << bad.err;
+  EXPECT_FALSE(FileExists(dir / "new.shp"));
+
+  // Waypoints only: no track to make a line map of.
+  std::ofstream(dir / "points.gpx")
+      << "<?xml version=\"1.0\"?>\n<gpx version=\"1.1\" creator=\"test\" xmlns=\"http://www.topografix.com/GPX/1/1\">\n"
+         "<wpt lat=\"49.6\" lon=\"6.1\"><name>Kirchberg</name></wpt>\n</gpx>\n";
+  Result none = Vardamap({"import", dir / "points.gpx", dir / "new.shp", "--create", "--kind", "line"});
+  EXPECT_EQ(none.code, 2);
+  EXPECT_NE(none.err.find("has no lines (tracks or routes) to import"), std::string::npos) << none.err;
+  EXPECT_FALSE(FileExists(dir / "new.shp"));
+  EXPECT_FALSE(FileExists(dir / "new.prj"));
+  const std::string lines = CopyGisMap("nc", dir);  // polygons
+  const std::string before = ReadFile(lines) + ReadFile(dir / "nc.dbf");
+  EXPECT_EQ(Vardamap({"import", dir / "points.gpx", lines}).code, 2);
+  EXPECT_EQ(ReadFile(lines) + ReadFile(dir / "nc.dbf"), before);
+
+  // The same waypoint as a point map keeps its name.
+  Result pts = Vardamap({"import", dir / "points.gpx", dir / "wpt.shp", "--create"});
+  ASSERT_EQ(pts.code, 0) << pts.err;
+  Result og = RunProgram({"ogrinfo", "-al", "-q", dir / "wpt.shp"});
+  EXPECT_NE(og.out.find("name (String) = Kirchberg"), std::string::npos) << og.out;
+  EXPECT_NE(og.out.find("POINT (6.1 49.6)"), std::string::npos) << og.out;
+}

@@ -33,6 +33,7 @@ struct Arguments {
   int size = 800;
   AddOptions add;
   std::vector<int> ids;
+  ImportOptions import;
 };
 
 void Fail(const std::string& message) { std::fprintf(stderr, "vardamap: %s\n", message.c_str()); }
@@ -112,6 +113,19 @@ int Main(int argc, char** argv) {
       ->required();
   exp->add_flag("--keep-crs", a.dump.keep_crs, "GeoJSON in the map's own coordinate system");
 
+  CLI::App* imp = app.add_subcommand(
+      "import",
+      "Add the features of a GPX, KML, GeoJSON, GeoPackage or other OGR-readable file\n"
+      "to a map, reprojected to its .prj's system, attributes into its .dbf (needs GDAL)");
+  imp->add_option("IN", a.import.input, "The file to read")->required();
+  imp->add_option("MAP", a.import.map, "The .shp file to add to")->required();
+  imp->add_flag("--create", a.import.create,
+                "Make a new map (in WGS 84 longitude/latitude, with a .dbf of IN's fields)");
+  imp->add_option("--kind", a.import.kind,
+                  "Which features to take into a new map: line, polygon or point\n"
+                  "(default: the first of these that IN holds)")
+      ->check(CLI::IsMember({"line", "polygon", "point"}));
+
   CLI::App* check = app.add_subcommand("check", "Read the whole map: exit 0 when the plug-in accepts it");
   check->add_option("MAP", a.map, "The .shp file")->required();
 
@@ -131,7 +145,7 @@ int Main(int argc, char** argv) {
         if (arg == "--plugin") ++i;
         else if (arg.empty() || arg[0] != '-') word = arg;
       }
-      Fail("unknown command \"" + word + "\" (commands: demo, info, dump, export, render, add, delete, check; see --help)");
+      Fail("unknown command \"" + word + "\" (commands: demo, info, dump, export, import, render, add, delete, check; see --help)");
     } else {
       std::string where = chosen.empty() ? "" : " " + chosen[0]->get_name();
       Fail(std::string(e.what()) + " (see vardamap" + where + " --help)");
@@ -150,8 +164,9 @@ int Main(int argc, char** argv) {
     if (add->parsed()) return RunAdd(a.plugin, a.add, std::cin, out);
     if (del->parsed()) return RunDelete(a.plugin, a.map, a.ids, out);
     if (exp->parsed()) return RunExport(a.plugin, a.map, a.output, a.dump.keep_crs, out);
+    if (imp->parsed()) return RunImport(a.plugin, a.import, out);
     if (check->parsed()) return RunCheck(a.plugin, a.map, out);
-    Fail("no command given (commands: demo, info, dump, export, render, add, delete, check; see --help)");
+    Fail("no command given (commands: demo, info, dump, export, import, render, add, delete, check; see --help)");
     return kExitUsage;
   } catch (const ToolError& e) {
     std::cout.flush();

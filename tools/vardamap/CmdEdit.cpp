@@ -21,17 +21,6 @@ int32_t FlagsOfKind(const std::string& kind) {
   return kKindLine;
 }
 
-// The kind of shape a file's type stores, or -1 when the type is not chosen
-// yet (0) or is one the plug-in never writes.
-int KindOfShapeType(int32_t type) {
-  switch (type) {
-    case 1: case 11: return kKindPoint;
-    case 3: case 13: return kKindLine;
-    case 5: case 15: return kKindPolygon;
-    default: return -1;
-  }
-}
-
 // Closes the last ring when the input left it open; the rings before it
 // are closed by definition (that is where they end).
 void CloseLastRing(std::vector<Point>& pts) {

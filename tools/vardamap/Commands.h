@@ -21,6 +21,12 @@ struct AddOptions {
   std::vector<std::string> attrs;  // NAME=VALUE for the new rows of the .dbf
 };
 
+struct ImportOptions {
+  std::string input, map;
+  bool create = false;
+  std::string kind;  // "" for the map's own, or the input's first
+};
+
 struct DumpOptions {
   std::string map;
   std::string inpoint;
@@ -63,6 +69,7 @@ int RunDelete(const std::string& plugin, const std::string& map, std::vector<int
 // The format from OUT's extension: .geojson, .gpx, .kml, .gpkg or .csv.
 int RunExport(const std::string& plugin, const std::string& map, const std::string& output,
               bool keep_crs, std::ostream& out);
+int RunImport(const std::string& plugin, const ImportOptions& options, std::ostream& out);
 int RunCheck(const std::string& plugin, const std::string& map, std::ostream& out);
 int RunDemo(const std::string& plugin, const std::string& dir, std::ostream& out);
 

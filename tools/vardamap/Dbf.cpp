@@ -164,13 +164,16 @@ void DbfKeeper::Commit() {
     throw Failed(dbf_ + failed + why + "); its rows no longer match the records");
   };
   OGRLayer* layer = staged_->layer;
-  auto set_attrs = [&](OGRFeature& f) {
-    for (const AttrValue& a : attrs_) {
+  auto set_values = [&](OGRFeature& f, const std::vector<AttrValue>& values) {
+    for (const AttrValue& a : values) {
       const int i = f.GetFieldIndex(a.name.c_str());
+      if (i < 0) continue;
       if (a.value.empty()) f.SetFieldNull(i);
       else f.SetField(i, a.value.c_str());
     }
   };
+  auto set_attrs = [&](OGRFeature& f) { set_values(f, attrs_); };
+  size_t next_row = 0;
   if (!deleted_.empty()) {
     for (int id : deleted_)
       if (layer->DeleteFeature(id - 1) != OGRERR_NONE) fail(GdalMessage("row not deleted"));
@@ -185,7 +188,9 @@ void DbfKeeper::Commit() {
     // Appended records are numbered after the last row, in order.
     if (layer->GetFeatureCount(TRUE) != id - 1) fail("row " + std::to_string(id) + " is out of order");
     OGRFeature f(layer->GetLayerDefn());
-    set_attrs(f);
+    while (next_row < rows_.size() && rows_[next_row].first < id) ++next_row;
+    if (next_row < rows_.size() && rows_[next_row].first == id) set_values(f, rows_[next_row].second);
+    else set_attrs(f);
     if (layer->CreateFeature(&f) != OGRERR_NONE) fail(GdalMessage("row not added"));
   }
   if (!attrs_.empty()) {

@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vardamap {
@@ -44,6 +45,12 @@ class DbfKeeper {
 
   void Deleted(int id) { deleted_.push_back(id); }
   void Added(int id) { added_.push_back(id); }
+  // An added record whose row takes `row` (fields matched by name, without
+  // regard to case; names the table lacks are left out) instead of --attr.
+  void Added(int id, std::vector<AttrValue> row) {
+    added_.push_back(id);
+    rows_.emplace_back(id, std::move(row));
+  }
   void Replaced(int id) { replaced_.push_back(id); }
   // Makes the row changes and puts the table in place. Throws
   // ToolError(kExitFailed) when that fails; the old table is then left.
@@ -57,6 +64,7 @@ class DbfKeeper {
   std::string staging_;  // folder beside the map holding the copy
   std::vector<AttrValue> attrs_;
   std::vector<int> deleted_, added_, replaced_;
+  std::vector<std::pair<int, std::vector<AttrValue>>> rows_;  // sorted by id as added
   std::unique_ptr<Staged> staged_;
 };
 

@@ -24,6 +24,15 @@ std::string KindName(int kind) {
   }
 }
 
+int KindOfShapeType(int32_t type) {
+  switch (type) {
+    case 1: case 11: return kKindPoint;
+    case 3: case 13: return kKindLine;
+    case 5: case 15: return kKindPolygon;
+    default: return -1;
+  }
+}
+
 std::vector<std::vector<Point>> SplitRings(const std::vector<Point>& points) {
   std::vector<std::vector<Point>> rings;
   size_t start = 0;

@@ -35,6 +35,10 @@ struct Shape {
 // "line", "polygon", "point" or "kind N".
 std::string KindName(int kind);
 
+// The kind of shape a file's shape type stores, or -1 when the type is not
+// chosen yet (0) or is one the plug-in never writes.
+int KindOfShapeType(int32_t type);
+
 // A closed line is delivered as one run of points; its rings are cut where
 // the run comes back to the first point of the current ring, the same rule
 // by which the plug-in cut them into parts when they were written.
