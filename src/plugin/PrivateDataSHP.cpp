@@ -12,11 +12,6 @@
 #include "plugin/ShapeFileLayout.h"
 #include "plugin/ShapeWriter.h"
 
-extern "C" {
-extern const char* fmt_open;
-extern const char* fmt_save;
-}
-
 void EnviaError(TStringPlugIn* err, const char* texto) {
   if (err && err->SetStr) err->SetStr(err, texto ? texto : "");
 }
