@@ -31,6 +31,7 @@ struct Arguments {
   DumpOptions dump;
   std::string output;
   int size = 800;
+  std::string png;
   AddOptions add;
   std::vector<int> ids;
   ImportOptions import;
@@ -78,6 +79,7 @@ int Main(int argc, char** argv) {
   render->add_option("-o,--output", a.output, "The SVG file to write")->required();
   render->add_option("--size", a.size, "Longer side of the map area in pixels (default 800)")
       ->check(CLI::Range(16, 20000));
+  render->add_option("--png", a.png, "Write the picture as a PNG to this file as well");
 
   CLI::App* add = app.add_subcommand(
       "add",
@@ -160,7 +162,7 @@ int Main(int argc, char** argv) {
     if (demo->parsed()) return RunDemo(a.plugin, a.dir, out);
     if (info->parsed()) return RunInfo(a.plugin, a.map, out);
     if (dump->parsed()) return RunDump(a.plugin, a.dump, out);
-    if (render->parsed()) return RunRender(a.plugin, a.maps, a.output, a.size, out);
+    if (render->parsed()) return RunRender(a.plugin, a.maps, a.output, a.size, a.png, out);
     if (add->parsed()) return RunAdd(a.plugin, a.add, std::cin, out);
     if (del->parsed()) return RunDelete(a.plugin, a.map, a.ids, out);
     if (exp->parsed()) return RunExport(a.plugin, a.map, a.output, a.dump.keep_crs, out);

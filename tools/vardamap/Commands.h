@@ -61,8 +61,9 @@ class OutputFile {
 int RunVersion(const std::string& plugin, std::ostream& out);
 int RunInfo(const std::string& plugin, const std::string& map, std::ostream& out);
 int RunDump(const std::string& plugin, const DumpOptions& options, std::ostream& out);
+// `png` ("" for none) is a PNG of the same picture.
 int RunRender(const std::string& plugin, const std::vector<std::string>& maps,
-              const std::string& output, int size, std::ostream& out);
+              const std::string& output, int size, const std::string& png, std::ostream& out);
 int RunAdd(const std::string& plugin, const AddOptions& options, std::istream& in, std::ostream& out);
 int RunDelete(const std::string& plugin, const std::string& map, std::vector<int> ids,
               std::ostream& out);

@@ -28,10 +28,16 @@ std::string Fix(double v) {
   return buf;
 }
 
+// Vertices closer than half a pixel to the last one drawn add nothing the
+// eye can see: they are merged, the last vertex always kept.
 void PathOf(const std::vector<Point>& pts, const Frame& f, bool close, std::string& d) {
+  double lx = 0, ly = 0;
   for (size_t i = 0; i < pts.size(); ++i) {
-    d += (i == 0 ? "M" : "L") + Fix(f.X(pts[i].x)) + " " + Fix(f.Y(pts[i].y));
-    if (i + 1 < pts.size()) d += ' ';
+    const double x = f.X(pts[i].x), y = f.Y(pts[i].y);
+    if (i > 0 && i + 1 < pts.size() && std::fabs(x - lx) < 0.5 && std::fabs(y - ly) < 0.5) continue;
+    if (i > 0) d += ' ';
+    d += (i == 0 ? "M" : "L") + Fix(x) + " " + Fix(y);
+    lx = x, ly = y;
   }
   if (close && !pts.empty()) d += "Z";
 }
@@ -102,9 +108,7 @@ std::string XmlEscape(const std::string& text) {
   return out;
 }
 
-std::string RenderSvg(const std::vector<Layer>& layers, int size) {
-  Box box;
-  for (const Layer& l : layers) box.Add(BoxOf(l.shapes));
+SvgCanvas::SvgCanvas(Box box, const std::vector<std::string>& names, int size) : names_(names) {
   if (box.empty) box.Add(Point{0, 0, 0});
   double w = box.xmax - box.xmin, h = box.ymax - box.ymin;
   // A single point or a straight line still gets a sensible frame: a
@@ -126,57 +130,98 @@ std::string RenderSvg(const std::vector<Layer>& layers, int size) {
   h *= 1.06;
   box.xmax = box.xmin + w;
   box.ymax = box.ymin + h;
-  const double scale = size / std::max(w, h);
-  const Frame frame{box.xmin, box.ymax, scale};
-  const int map_w = static_cast<int>(std::ceil(w * scale)), map_h = static_cast<int>(std::ceil(h * scale));
-  const int W = std::max(map_w + 2 * kMargin, 360);
+  box_ = box;
+  w_ = w;
+  scale_ = size / std::max(w, h);
+  map_w_ = static_cast<int>(std::ceil(w * scale_));
+  map_h_ = static_cast<int>(std::ceil(h * scale_));
+  W_ = std::max(map_w_ + 2 * kMargin, 360);
   // The legend runs left to right under the scale bar and wraps; text width
   // is estimated, as nothing here measures fonts.
-  struct Entry {
-    double x;
-    int row;
-  };
-  std::vector<Entry> legend;
-  {
-    double x = kMargin;
-    int row = 0;
-    for (const Layer& l : layers) {
-      const double width = 7.5 * static_cast<double>(l.name.size()) + 30;
-      if (x > kMargin && x + width > W - kMargin) {
-        x = kMargin;
-        ++row;
+  double x = kMargin;
+  int row = 0;
+  for (const std::string& name : names_) {
+    const double width = 7.5 * static_cast<double>(name.size()) + 30;
+    if (x > kMargin && x + width > W_ - kMargin) {
+      x = kMargin;
+      ++row;
+    }
+    legend_.push_back({x, row});
+    x += width;
+  }
+  const int rows = legend_.empty() ? 0 : legend_.back().second + 1;
+  const int H = map_h_ + 2 * kMargin + kFooter + rows * kLegendRow;
+
+  out_ += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  out_ += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(W_) + "\" height=\"" +
+          std::to_string(H) + "\" viewBox=\"0 0 " + std::to_string(W_) + " " + std::to_string(H) +
+          "\" font-family=\"sans-serif\" font-size=\"12\">\n";
+  out_ += "  <rect x=\"0\" y=\"0\" width=\"" + std::to_string(W_) + "\" height=\"" + std::to_string(H) +
+          "\" fill=\"#fbfaf5\"/>\n";
+  out_ += "  <rect x=\"" + std::to_string(kMargin) + "\" y=\"" + std::to_string(kMargin) +
+          "\" width=\"" + std::to_string(map_w_) + "\" height=\"" + std::to_string(map_h_) +
+          "\" fill=\"none\" stroke=\"#d8d4c8\"/>\n";
+}
+
+void SvgCanvas::BeginLayer(size_t index) {
+  layer_ = index;
+  for (std::string& p : passes_) p.clear();
+  dots_.clear();
+  dot_count_ = 0;
+  dots_in_path_ = 0;
+  taken_.assign(static_cast<size_t>(map_w_ + 1) * static_cast<size_t>(map_h_ + 1), false);
+}
+
+void SvgCanvas::Draw(const Shape& s) {
+  if (s.points.empty()) return;
+  const Frame frame{box_.xmin, box_.ymax, scale_};
+  const Layer layer{names_[layer_], {}};
+  const char* c = kColours[layer_ % kColourCount];
+  const bool point = s.is_point() || s.points.size() == 1;
+  if (!point) {
+    Box b;
+    for (const Point& p : s.points) b.Add(p);
+    if ((b.xmax - b.xmin) * scale_ < 1 && (b.ymax - b.ymin) * scale_ < 1) {
+      // Smaller than a pixel: one dot, and one dot a pixel at most.
+      const long px = std::lround(frame.X(b.xmin) - kMargin), py = std::lround(frame.Y(b.ymax) - kMargin);
+      const size_t at = static_cast<size_t>(std::clamp(py, 0L, static_cast<long>(map_h_))) * (map_w_ + 1) +
+                        static_cast<size_t>(std::clamp(px, 0L, static_cast<long>(map_w_)));
+      ++dot_count_;
+      if (taken_[at]) return;
+      taken_[at] = true;
+      // Dots go in paths of a thousand, which renderers take in their stride.
+      if (++dots_in_path_ > 1000) {
+        dots_ += "\" stroke=\"" + std::string(c) + "\" stroke-width=\"1.5\" stroke-linecap=\"round\"/>\n    <path d=\"";
+        dots_in_path_ = 1;
       }
-      legend.push_back(Entry{x, row});
-      x += width;
+      dots_ += "M" + std::to_string(px + kMargin) + " " + std::to_string(py + kMargin) + "h0";
+      return;
     }
   }
-  const int rows = legend.empty() ? 0 : legend.back().row + 1;
-  const int H = map_h + 2 * kMargin + kFooter + rows * kLegendRow;
+  ShapeElement(layer, s, frame, c, passes_[point ? 2 : s.is_closed() ? 0 : 1]);
+}
 
-  std::string out;
-  out += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  out += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(W) + "\" height=\"" +
-         std::to_string(H) + "\" viewBox=\"0 0 " + std::to_string(W) + " " + std::to_string(H) +
-         "\" font-family=\"sans-serif\" font-size=\"12\">\n";
-  out += "  <rect x=\"0\" y=\"0\" width=\"" + std::to_string(W) + "\" height=\"" + std::to_string(H) +
-         "\" fill=\"#fbfaf5\"/>\n";
-  out += "  <rect x=\"" + std::to_string(kMargin) + "\" y=\"" + std::to_string(kMargin) +
-         "\" width=\"" + std::to_string(map_w) + "\" height=\"" + std::to_string(map_h) +
-         "\" fill=\"none\" stroke=\"#d8d4c8\"/>\n";
+void SvgCanvas::EndLayer() {
+  const char* c = kColours[layer_ % kColourCount];
+  out_ += "  <g class=\"layer\" data-map=\"" + XmlEscape(names_[layer_]) + "\">\n";
+  // Areas first, so that lines and points on them stay visible.
+  out_ += passes_[0];
+  out_ += passes_[1];
+  if (!dots_.empty())
+    out_ += "    <g class=\"dots\"><title>" + std::to_string(dot_count_) +
+            " shapes smaller than a pixel</title>\n    <path d=\"" + dots_ + "\" stroke=\"" + c +
+            "\" stroke-width=\"1.5\" stroke-linecap=\"round\"/></g>\n";
+  out_ += passes_[2];
+  out_ += "  </g>\n";
+  for (std::string& p : passes_) std::string().swap(p);
+  std::string().swap(dots_);
+}
 
-  size_t colour = 0;
-  for (const Layer& l : layers) {
-    const char* c = kColours[colour++ % kColourCount];
-    out += "  <g class=\"layer\" data-map=\"" + XmlEscape(l.name) + "\">\n";
-    // Areas first, so that lines and points on them stay visible.
-    for (int pass = 0; pass < 3; ++pass)
-      for (const Shape& s : l.shapes) {
-        const int order = s.is_point() || s.points.size() == 1 ? 2 : s.is_closed() ? 0 : 1;
-        if (order == pass) ShapeElement(l, s, frame, c, out);
-      }
-    out += "  </g>\n";
-  }
-
+std::string SvgCanvas::Finish() {
+  const double w = w_, scale = scale_;
+  const int map_w = map_w_, map_h = map_h_;
+  const Box& box = box_;
+  std::string& out = out_;
   // North arrow in the top right corner of the map.
   const double nx = kMargin + map_w - 14, ny = kMargin + 8;
   out += "  <g class=\"north\"><path d=\"M" + Fix(nx) + " " + Fix(ny) + " L" + Fix(nx + 6) + " " +
@@ -197,15 +242,31 @@ std::string RenderSvg(const std::vector<Layer>& layers, int size) {
          (degrees ? " degrees (if geographic)" : " map units") + "</text></g>\n";
 
   // Legend: one swatch per map, in the colours of the layers.
-  for (size_t i = 0; i < layers.size(); ++i) {
+  for (size_t i = 0; i < names_.size(); ++i) {
     const char* c = kColours[i % kColourCount];
-    const double ly = by + 24 + legend[i].row * kLegendRow;
-    out += "  <g class=\"legend\"><rect x=\"" + Fix(legend[i].x) + "\" y=\"" + Fix(ly - 10) +
-           "\" width=\"10\" height=\"10\" fill=\"" + c + "\"/><text x=\"" + Fix(legend[i].x + 14) +
-           "\" y=\"" + Fix(ly) + "\">" + XmlEscape(layers[i].name) + "</text></g>\n";
+    const double ly = by + 24 + legend_[i].second * kLegendRow;
+    out += "  <g class=\"legend\"><rect x=\"" + Fix(legend_[i].first) + "\" y=\"" + Fix(ly - 10) +
+           "\" width=\"10\" height=\"10\" fill=\"" + c + "\"/><text x=\"" + Fix(legend_[i].first + 14) +
+           "\" y=\"" + Fix(ly) + "\">" + XmlEscape(names_[i]) + "</text></g>\n";
   }
   out += "</svg>\n";
-  return out;
+  return std::move(out);
+}
+
+std::string RenderSvg(const std::vector<Layer>& layers, int size) {
+  Box box;
+  std::vector<std::string> names;
+  for (const Layer& l : layers) {
+    box.Add(BoxOf(l.shapes));
+    names.push_back(l.name);
+  }
+  SvgCanvas canvas(box, names, size);
+  for (size_t i = 0; i < layers.size(); ++i) {
+    canvas.BeginLayer(i);
+    for (const Shape& s : layers[i].shapes) canvas.Draw(s);
+    canvas.EndLayer();
+  }
+  return canvas.Finish();
 }
 
 }  // namespace vardamap
