@@ -3,11 +3,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
+#include <functional>
 
-#include "DiscoMemoria.h"
+#include "support/FaultDisk.h"
+#include "support/MemoryDisk.h"
 #include "support/TempDir.h"
-#include "file/FicheroITVStdio.h"
+#include "file/FicheroITV.h"
 
 namespace {
 
@@ -17,192 +18,137 @@ TEST(SistemaFicherosDisco, LooksUpRemovesRenamesAndSyncs) {
   TempDir tmp;
   ASSERT_TRUE(tmp.ok());
   TSistemaFicheros& sf = SistemaFicheros();
+  auto P = [&](const char* n) { return tmp / n; };
   ASSERT_TRUE(tmp.Write("a.bin", "12345"));
-  ASSERT_EQ(::mkdir((tmp / "d").c_str(), 0755), 0);
-  ASSERT_EQ(::mkfifo((tmp / "fifo").c_str(), 0600), 0);
-  EXPECT_EQ(sf.Tipo((tmp / "a.bin").c_str()), TSistemaFicheros::kRegular);
-  EXPECT_EQ(sf.Tipo((tmp / "d").c_str()), TSistemaFicheros::kOtro);
-  EXPECT_EQ(sf.Tipo((tmp / "fifo").c_str()), TSistemaFicheros::kOtro);  // not opened
-  EXPECT_EQ(sf.Tipo((tmp / "none").c_str()), TSistemaFicheros::kNoExiste);
-  EXPECT_EQ(sf.Tamanyo((tmp / "a.bin").c_str()), 5);
-  EXPECT_EQ(sf.Tamanyo((tmp / "none").c_str()), -1);
-  EXPECT_EQ(sf.Tamanyo((tmp / "d").c_str()), -1);
+  ASSERT_EQ(::mkdir(P("d").c_str(), 0755), 0);
+  ASSERT_EQ(::mkfifo(P("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(sf.Tipo(P("a.bin").c_str()), TSistemaFicheros::kRegular);
+  EXPECT_EQ(sf.Tipo(P("d").c_str()), TSistemaFicheros::kOtro);
+  EXPECT_EQ(sf.Tipo(P("fifo").c_str()), TSistemaFicheros::kOtro);  // not opened
+  EXPECT_EQ(sf.Tipo(P("none").c_str()), TSistemaFicheros::kNoExiste);
+  EXPECT_EQ(sf.Tamanyo(P("a.bin").c_str()), 5);
+  EXPECT_EQ(sf.Tamanyo(P("none").c_str()), -1);
+  EXPECT_EQ(sf.Tamanyo(P("d").c_str()), -1);
 
-  EXPECT_TRUE(sf.Renombra((tmp / "a.bin").c_str(), (tmp / "b.bin").c_str()));
+  EXPECT_TRUE(sf.Renombra(P("a.bin").c_str(), P("b.bin").c_str()));
   EXPECT_EQ(tmp.Read("b.bin"), "12345");
-  errno = 0;
-  EXPECT_FALSE(sf.Renombra((tmp / "a.bin").c_str(), (tmp / "c.bin").c_str()));
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_TRUE(sf.SincronizaCarpeta((tmp / "b.bin").c_str()));
-  errno = 0;
-  EXPECT_FALSE(sf.SincronizaCarpeta((tmp / "nope/b.bin").c_str()));
-  EXPECT_EQ(errno, ENOENT);
-
-  EXPECT_TRUE(sf.Borra((tmp / "b.bin").c_str()));
-  errno = 0;
-  EXPECT_FALSE(sf.Borra((tmp / "b.bin").c_str()));
-  EXPECT_EQ(errno, ENOENT);
+  EXPECT_TRUE(sf.SincronizaCarpeta(P("b.bin").c_str()));
+  EXPECT_TRUE(sf.Borra(P("b.bin").c_str()));
   ASSERT_TRUE(tmp.Write("d/x", "x"));
-  errno = 0;
-  EXPECT_FALSE(sf.Borra((tmp / "d").c_str()));  // a folder that is not empty
-  EXPECT_EQ(errno, ENOTEMPTY);
-  EXPECT_TRUE(sf.Borra((tmp / "d/x").c_str()));
-  EXPECT_TRUE(sf.Borra((tmp / "d").c_str()));
-  EXPECT_TRUE(sf.Borra((tmp / "fifo").c_str()));
+  const std::pair<std::function<bool()>, int> fallos[] = {
+      {[&] { return sf.Renombra(P("a.bin").c_str(), P("c.bin").c_str()); }, ENOENT},
+      {[&] { return sf.SincronizaCarpeta(P("nope/b.bin").c_str()); }, ENOENT},
+      {[&] { return sf.Borra(P("b.bin").c_str()); }, ENOENT},
+      {[&] { return sf.Borra(P("d").c_str()); }, ENOTEMPTY},  // a folder that is not empty
+  };
+  for (const auto& f : fallos) {
+    errno = 0;
+    EXPECT_FALSE(f.first());
+    EXPECT_EQ(errno, f.second);
+  }
+  EXPECT_TRUE(sf.Borra(P("d/x").c_str()));
+  EXPECT_TRUE(sf.Borra(P("d").c_str()));
+  EXPECT_TRUE(sf.Borra(P("fifo").c_str()));
 }
 
 TEST(SistemaFicherosCambio, ReplacingAndRestoringTheDisk) {
   TSistemaFicheros* disco = &SistemaFicheros();
   {
-    TDiscoMemoria mem;
+    MemoryDisk mem;
+    ScopedFileSystem use(mem);
     EXPECT_EQ(&SistemaFicheros(), &mem);
     TFicheroITV f;
+    DString err;
+    EXPECT_FALSE(f.Abre(N("/mem/none"), MODO_LEER | MODO_BINARIO, &err));
+    EXPECT_STREQ(err.c_str(), "Error: /mem/none File not found");
+    EXPECT_EQ(f.ErrnoSistema(), ENOENT);
+    // The backend is asked for the name that is really opened.
     ASSERT_TRUE(f.Abre(N("/mem/a.shp"), MODO_ESCRIBIR | MODO_BINARIO | MODO_TEMPORAL, nullptr));
     f << 7;
     EXPECT_EQ(f.CierraEx(), 1);
-    // The backend is asked for the name that is really opened.
-    EXPECT_TRUE(mem.Llamado("NuevoBackend /mem/a.shp.$$$"));
-    EXPECT_EQ(mem.Contenido("/mem/a.shp.$$$"), std::string("\x07\0\0\0", 4));
+    EXPECT_EQ(mem.GetString("/mem/a.shp.$$$"), std::string("\x07\0\0\0", 4));
+    // Text mode, its byte order mark and code page, over another backend.
+    ASSERT_TRUE(f.Abre(N("/mem/t.txt"), MODO_ESCRIBIR | MODO_TEXTO, nullptr));
+    f << 12 << "ab";
+    f.CierraEx();
+    EXPECT_EQ(mem.GetString("/mem/t.txt"), "\xEF\xBB\xBF" "12 ab ");
+    ASSERT_TRUE(f.Abre(N("/mem/t.txt"), MODO_LEER | MODO_TEXTO | MODO_CACHE, nullptr));
+    int v = 0;
+    f >> v;
+    EXPECT_EQ(v, 12);
+    EXPECT_EQ(f.GetCodepage(), 65001);
   }
   EXPECT_EQ(&SistemaFicheros(), disco);
-  TDiscoMemoria mem;
-  EXPECT_EQ(CambiaSistemaFicheros(nullptr), &mem);
+  MemoryDisk mem;
+  EXPECT_EQ(CambiaSistemaFicheros(&mem), disco);
+  EXPECT_EQ(CambiaSistemaFicheros(nullptr), &mem);  // null puts the disk back
   EXPECT_EQ(&SistemaFicheros(), disco);
-  CambiaSistemaFicheros(&mem);  // the destructor swaps back what it found
-}
-
-TEST(SistemaFicherosCambio, EveryModeWorksOverAnotherBackend) {
-  TDiscoMemoria mem;
-  TFicheroITV f;
-  DString err;
-  EXPECT_FALSE(f.Abre(N("/mem/none"), MODO_LEER | MODO_BINARIO, &err));
-  EXPECT_STREQ(err.c_str(), "Error: /mem/none File not found");
-  EXPECT_EQ(f.ErrnoSistema(), ENOENT);
-
-  ASSERT_TRUE(f.Abre(N("/mem/t.txt"), MODO_ESCRIBIR | MODO_TEXTO, nullptr));
-  f << 12 << "ab";
-  f.CierraEx();
-  EXPECT_EQ(mem.Contenido("/mem/t.txt"), "\xEF\xBB\xBF" "12 ab ");
-  ASSERT_TRUE(f.Abre(N("/mem/t.txt"), MODO_LEER | MODO_TEXTO | MODO_CACHE, nullptr));
-  int v = 0;
-  f >> v;
-  EXPECT_EQ(v, 12);
-  EXPECT_EQ(f.GetCodepage(), 65001);
 }
 
 // Reading a file forward through the cache loads span after span where the
-// backend already stands: no seek reaches it until the reader jumps.
+// backend already stands: no seek reaches it until the reader jumps. Counted
+// over a memory file and over a disk file.
 TEST(SistemaFicherosCambio, CachedForwardReadsMakeNoSeeks) {
-  TDiscoMemoria mem;
-  const std::string datos = Pattern(5 * 65536 + 1234);
-  mem.ficheros["/mem/p.bin"] = std::make_shared<std::string>(datos);
-  TFicheroITV f;
-  ASSERT_TRUE(f.Abre(N("/mem/p.bin"), MODO_LEER | MODO_BINARIO | MODO_CACHE, nullptr));
-  std::string leido;
-  int v;
-  while (!f.eof()) {
-    ASSERT_TRUE(f.LeeTokenBin(&v, 2, nullptr, -1));
-    leido.append(reinterpret_cast<char*>(&v), 2);
-  }
-  EXPECT_EQ(leido, datos);
-  EXPECT_EQ(mem.posicionamientos, 0);
-  // A jump does seek, once.
-  f.Posicionate64(10);
-  unsigned char c = 0;
-  f >> c;
-  EXPECT_EQ(c, 10);
-  EXPECT_EQ(mem.posicionamientos, 1);
-}
-
-// The same over the real disk backend, counted by a wrapper around it.
-class TContador : public TFicheroITV_Base {
- public:
-  explicit TContador(int& n) : b(FicheroITV_new_Stdio()), seeks(n) {}
-  bool Abre(const TStringNomFitx& name, int& mode, DString* err) override {
-    return b->Abre(name, mode, err);
-  }
-  bool Cierra(DString* err) override { return b->Cierra(err); }
-  bool Abierto() const override { return b->Abierto(); }
-  bool LeeBytes(void* buf, int n) override { return b->LeeBytes(buf, n); }
-  bool GuardaBytes(const void* buf, int n) override { return b->GuardaBytes(buf, n); }
-  bool Posicionate64(long long p) override {
-    seeks++;
-    return b->Posicionate64(p);
-  }
-  bool eof() override { return b->eof(); }
-  long long PosActual64() override { return b->PosActual64(); }
-  long long FileSize64() override { return b->FileSize64(); }
-
- private:
-  std::unique_ptr<TFicheroITV_Base> b;
-  int& seeks;
-};
-
-class TDiscoContado : public TDiscoMemoria {
- public:
-  int seeks = 0;
-  TFicheroITV_Base* NuevoBackend(const TStringNomFitx&, int) override {
-    return new TContador(seeks);
-  }
-};
-
-TEST(SistemaFicherosCambio, CachedForwardReadsOfADiskFileMakeNoSeeks) {
   TempDir tmp;
   ASSERT_TRUE(tmp.ok());
-  const std::string datos = Pattern(3 * 65536 + 77);
+  const std::string datos = Pattern(5 * 65536 + 1234);
+  MemoryDisk mem;
+  mem.Put("/mem/p.bin", datos);
   ASSERT_TRUE(tmp.Write("p.bin", datos));
-  TDiscoContado disco;
-  TFicheroITV f;
-  ASSERT_TRUE(f.Abre(N((tmp / "p.bin")), MODO_LEER | MODO_BINARIO | MODO_CACHE, nullptr));
-  std::string leido;
-  double d;
-  while (f.PosActual64() + 8 <= static_cast<long long>(datos.size())) {
-    f >> d;
-    leido.append(reinterpret_cast<char*>(&d), 8);
+  for (bool en_disco : {false, true}) {
+    SCOPED_TRACE(en_disco);
+    FaultDisk contador(en_disco ? SistemaFicheros() : mem);
+    ScopedFileSystem use(contador);
+    TFicheroITV f;
+    ASSERT_TRUE(f.Abre(N(en_disco ? tmp / "p.bin" : "/mem/p.bin"),
+                       MODO_LEER | MODO_BINARIO | MODO_CACHE, nullptr));
+    std::string leido;
+    int v;
+    while (!f.eof()) {
+      ASSERT_TRUE(f.LeeTokenBin(&v, 2, nullptr, -1));
+      leido.append(reinterpret_cast<char*>(&v), 2);
+    }
+    EXPECT_EQ(leido, datos);
+    EXPECT_EQ(contador.Count(FaultDisk::kSeek), 0);
+    // A jump does seek, once.
+    f.Posicionate64(10);
+    unsigned char c = 0;
+    f >> c;
+    EXPECT_EQ(c, 10);
+    EXPECT_EQ(contador.Count(FaultDisk::kSeek), 1);
   }
-  EXPECT_EQ(leido, datos.substr(0, leido.size()));
-  EXPECT_EQ(disco.seeks, 0);
 }
 
-TEST(SistemaFicherosCambio, FailedClosesAndSyncsAreReported) {
-  TDiscoMemoria mem;
-  TFicheroITV f;
-  ASSERT_TRUE(f.Abre(N("/mem/c.bin"), MODO_ESCRIBIR | MODO_BINARIO, nullptr));
-  f << 1;
-  mem.falla_sincroniza = true;
-  EXPECT_FALSE(f.Sincroniza());
-  EXPECT_EQ(f.ErrnoSistema(), EIO);
-  mem.falla_cierre = true;
-  DString err;
-  EXPECT_EQ(f.CierraEx(true, &err), 0);
-  EXPECT_FALSE(f.Abierto());
-  EXPECT_EQ(f.ErrnoSistema(), EIO);
-  EXPECT_EQ(std::string(err.c_str()),
-            std::string("Error writing /mem/c.bin file. ") + std::strerror(EIO));
-  // A duplicate never closes the backend it borrows.
-  mem.falla_cierre = false;
+// A duplicate never closes the backend it borrows: its close cannot fail,
+// the original's can.
+TEST(SistemaFicherosCambio, OnlyTheOwnerClosesTheBackend) {
+  MemoryDisk mem;
+  mem.Put("/mem/c.bin", "1234");
+  FaultDisk fallos(mem);
+  ScopedFileSystem use(fallos);
+  fallos.Fail(FaultDisk::kClose, 1, EIO, "", true);
   TFicheroITV origen, dup;
-  ASSERT_TRUE(origen.Abre(N("/mem/c.bin"), MODO_LEER | MODO_BINARIO, nullptr));
+  ASSERT_TRUE(origen.Abre(N("/mem/c.bin"), MODO_LEER | MODO_ACTUALIZAR | MODO_BINARIO, nullptr));
   TStringNomFitx nombre("m");
   ASSERT_TRUE(dup.CreateDuplicate(origen, nombre));
-  mem.falla_cierre = true;
   EXPECT_EQ(dup.CierraEx(), 1);
   EXPECT_EQ(origen.CierraEx(), 0);
+  EXPECT_EQ(origen.ErrnoSistema(), EIO);
 }
 
 // A move that meets a full disk stops there and says so.
 TEST(SistemaFicherosCambio, MoveStopsAtTheFirstFailedWrite) {
-  TDiscoMemoria mem;
-  mem.ficheros["/mem/m.bin"] = std::make_shared<std::string>(Pattern(10000));
+  MemoryDisk mem;
+  mem.Put("/mem/m.bin", Pattern(10000));
+  FaultDisk fallos(mem);
+  ScopedFileSystem use(fallos);
   TFicheroITV f;
   ASSERT_TRUE(f.Abre(N("/mem/m.bin"), MODO_LEER | MODO_BINARIO | MODO_ACTUALIZAR, nullptr));
-  mem.escrituras_restantes = 100;
+  fallos.Fail(FaultDisk::kWrite, 1, ENOSPC);
   EXPECT_FALSE(f.MoveBytesEnd64(0, 500, 1000, -1));
   EXPECT_EQ(f.ErrnoSistema(), ENOSPC);
-  mem.escrituras_restantes = -1;
-  mem.lecturas_restantes = 10;
-  EXPECT_FALSE(f.MoveBytesEnd64(100, -50, 1000, -1));
-  EXPECT_EQ(f.ErrnoSistema(), EIO);
+  EXPECT_EQ(fallos.Count(FaultDisk::kWrite), 1);
+  EXPECT_EQ(mem.GetString("/mem/m.bin"), Pattern(10000));
 }
 
 }  // namespace

@@ -6,103 +6,99 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
 
-#include "file/DiscoMemoria.h"
 #include "file/EnHijo.h"
 #include "filesys/FitxUtils.h"
+#include "support/FaultDisk.h"
+#include "support/MemoryDisk.h"
 #include "support/TempDir.h"
 
 namespace {
 
 TStringNomFitx N(const std::string& s) { return TStringNomFitx(s.c_str()); }
 
-void Pon(TDiscoMemoria& mem, const std::string& nombre, const std::string& datos) {
-  mem.ficheros[nombre] = std::make_shared<std::string>(datos);
-}
-
+// Over a memory disk: a name that exists only there proves the call went
+// through the file system in use.
 TEST(FitxUtilsSeam, LookupsRemovalsAndRenamesReachTheFileSystemInUse) {
-  TDiscoMemoria mem;
+  MemoryDisk mem;
+  ScopedFileSystem use(mem);
   EXPECT_FALSE(TFitxUtils::Verifica_Existencia_Archivo(N("/m/a.shp")));
-  Pon(mem, "/m/a.shp", "12345");
+  mem.Put("/m/a.shp", "12345");
   EXPECT_TRUE(TFitxUtils::Verifica_Existencia_Archivo(N("/m/a.shp")));
   EXPECT_EQ(TFitxUtils::Tamanyo_Archivo_b(N("/m/a.shp")), 5u);
   EXPECT_TRUE(TFitxUtils::Move_File(N("/m/a.shp"), N("/m/b.shp")));
   EXPECT_FALSE(TFitxUtils::Verifica_Existencia_Archivo_1(N("/m/a.shp")));
-  EXPECT_EQ(mem.Contenido("/m/b.shp"), "12345");
+  EXPECT_EQ(mem.GetString("/m/b.shp"), "12345");
   EXPECT_TRUE(TFitxUtils::Delete_File(N("/m/b.shp")));
-  EXPECT_FALSE(mem.Tiene("/m/b.shp"));
+  EXPECT_FALSE(mem.Exists("/m/b.shp"));
   errno = 0;
   EXPECT_FALSE(TFitxUtils::Delete_File(N("/m/b.shp")));
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(TFitxUtils::Tamanyo_Archivo_b(N("/m/b.shp")), 0u);
-  for (const char* verbo : {"Tipo /m/a.shp", "Tamanyo /m/a.shp", "Renombra /m/a.shp /m/b.shp",
-                            "Borra /m/b.shp"})
-    EXPECT_TRUE(mem.Llamado(verbo)) << verbo;
 }
 
-TEST(FitxUtilsSeam, CopiesThatFailHalfWayLeaveNoDestination) {
-  TDiscoMemoria mem;
+class FitxUtilsFallos : public ::testing::Test {
+ protected:
+  FitxUtilsFallos() : fallos(mem), use(fallos) {}
+  MemoryDisk mem;
+  FaultDisk fallos;
+  ScopedFileSystem use;
+};
+
+// A write or a close of the destination fails: the copy says so, and no
+// destination is left, not even an old one.
+TEST_F(FitxUtilsFallos, CopiesThatFailHalfWayLeaveNoDestination) {
   const std::string datos = Pattern(300000);
-  Pon(mem, "/m/src", datos);
+  mem.Put("/m/src", datos);
+  for (FaultDisk::Op op : {FaultDisk::kWrite, FaultDisk::kClose}) {
+    SCOPED_TRACE(op);
+    fallos.Reset();
+    fallos.Fail(op, op == FaultDisk::kWrite ? 2 : 1, op == FaultDisk::kWrite ? ENOSPC : EIO);
+    mem.Put("/m/dst", "old");
+    DString err;
+    errno = 0;
+    EXPECT_FALSE(TFitxUtils::Copy(N("/m/src"), N("/m/dst"), err, true));
+    EXPECT_EQ(errno, op == FaultDisk::kWrite ? ENOSPC : EIO);
+    EXPECT_STREQ(err.c_str(), "Can't write file /m/dst");
+    EXPECT_FALSE(mem.Exists("/m/dst"));
+  }
+  fallos.Reset();
   DString err;
-  // The source fails to read after a third of it.
-  mem.lecturas_restantes = 100000;
-  errno = 0;
-  EXPECT_FALSE(TFitxUtils::Copy(N("/m/src"), N("/m/dst"), err, true));
-  EXPECT_EQ(errno, EIO);
-  EXPECT_STREQ(err.c_str(), "Can't read file /m/src");
-  EXPECT_FALSE(mem.Tiene("/m/dst"));
-  // The destination fills up half-way; an old destination goes too.
-  mem.lecturas_restantes = -1;
-  mem.escrituras_restantes = 150000;
-  Pon(mem, "/m/dst", "old");
-  EXPECT_FALSE(TFitxUtils::Copy(N("/m/src"), N("/m/dst"), err, true));
-  EXPECT_EQ(errno, ENOSPC);
-  EXPECT_STREQ(err.c_str(), "Can't write file /m/dst");
-  EXPECT_FALSE(mem.Tiene("/m/dst"));
-  // The destination cannot be closed.
-  mem.escrituras_restantes = -1;
-  mem.falla_cierre = true;
-  EXPECT_FALSE(TFitxUtils::Copy(N("/m/src"), N("/m/dst"), err, true));
-  EXPECT_EQ(errno, EIO);
-  EXPECT_STREQ(err.c_str(), "Can't write file /m/dst");
-  EXPECT_FALSE(mem.Tiene("/m/dst"));
-  mem.falla_cierre = false;
   EXPECT_TRUE(TFitxUtils::Copy(N("/m/src"), N("/m/dst"), err, true));
-  EXPECT_TRUE(mem.Contenido("/m/dst") == datos);
+  EXPECT_TRUE(mem.GetString("/m/dst") == datos);
 }
 
-TEST(FitxUtilsSeam, BackupsAreDurableBeforeTheyCount) {
-  TDiscoMemoria mem;
-  Pon(mem, "/m/map.shp", "new contents");
-  Pon(mem, "/m/map.shp.bak", "old");
+TEST_F(FitxUtilsFallos, BackupsAreDurableBeforeTheyCount) {
+  mem.Put("/m/map.shp", "new contents");
+  mem.Put("/m/map.shp.bak", "old");
   EXPECT_TRUE(TFitxUtils::Backup_File(N("/m/map.shp"), N("/m/map.shp.bak")));
-  EXPECT_EQ(mem.Contenido("/m/map.shp.bak"), "new contents");
-  EXPECT_FALSE(mem.Tiene("/m/map.shp.bak.$$$"));
+  EXPECT_EQ(mem.GetString("/m/map.shp.bak"), "new contents");
+  EXPECT_FALSE(mem.Exists("/m/map.shp.bak.$$$"));
   // Written beside, made durable, renamed over the old one, folder synced.
   std::vector<std::string> orden;
-  for (const std::string& l : mem.llamadas)
-    if (l.rfind("Sincroniza", 0) == 0 || l.rfind("Renombra", 0) == 0) orden.push_back(l);
-  EXPECT_EQ(orden, (std::vector<std::string>{"Sincroniza /m/map.shp.bak.$$$",
-                                             "Renombra /m/map.shp.bak.$$$ /m/map.shp.bak",
-                                             "SincronizaCarpeta /m/map.shp.bak"}));
+  for (const FaultDisk::Event& e : fallos.Log())
+    if (e.kind == FaultDisk::Event::kSync || e.kind == FaultDisk::Event::kRename ||
+        e.kind == FaultDisk::Event::kSyncFolder)
+      orden.push_back(std::to_string(e.kind) + " " + e.name + " " + e.to);
+  auto E = [](FaultDisk::Event::Kind k, const std::string& s) { return std::to_string(k) + " " + s; };
+  EXPECT_EQ(orden, (std::vector<std::string>{
+                       E(FaultDisk::Event::kSync, "/m/map.shp.bak.$$$ "),
+                       E(FaultDisk::Event::kRename, "/m/map.shp.bak.$$$ /m/map.shp.bak"),
+                       E(FaultDisk::Event::kSyncFolder, "/m/map.shp.bak ")}));
 
   // A backup that cannot be written or made durable fails, and the old
   // backup is still there, whole.
-  Pon(mem, "/m/map.shp.bak", "old");
-  mem.escrituras_restantes = 5;
-  errno = 0;
-  EXPECT_FALSE(TFitxUtils::Backup_File(N("/m/map.shp"), N("/m/map.shp.bak")));
-  EXPECT_EQ(errno, ENOSPC);
-  EXPECT_EQ(mem.Contenido("/m/map.shp.bak"), "old");
-  EXPECT_FALSE(mem.Tiene("/m/map.shp.bak.$$$"));
-  mem.escrituras_restantes = -1;
-  mem.falla_sincroniza = true;
-  EXPECT_FALSE(TFitxUtils::Backup_File(N("/m/map.shp"), N("/m/map.shp.bak")));
-  EXPECT_EQ(errno, EIO);
-  EXPECT_EQ(mem.Contenido("/m/map.shp.bak"), "old");
-  EXPECT_FALSE(mem.Tiene("/m/map.shp.bak.$$$"));
+  for (FaultDisk::Op op : {FaultDisk::kWrite, FaultDisk::kSync}) {
+    SCOPED_TRACE(op);
+    mem.Put("/m/map.shp.bak", "old");
+    fallos.Reset();
+    fallos.Fail(op, 1, op == FaultDisk::kWrite ? ENOSPC : EIO);
+    errno = 0;
+    EXPECT_FALSE(TFitxUtils::Backup_File(N("/m/map.shp"), N("/m/map.shp.bak")));
+    EXPECT_EQ(errno, op == FaultDisk::kWrite ? ENOSPC : EIO);
+    EXPECT_EQ(mem.GetString("/m/map.shp.bak"), "old");
+    EXPECT_FALSE(mem.Exists("/m/map.shp.bak.$$$"));
+  }
 }
 
 TEST(FitxUtilsSeam, CopyPastTheFileSizeLimitLeavesNoDestination) {
