@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -167,7 +168,7 @@ class FaultDiskTest : public ::testing::Test {
   ScopedFileSystem use;
 };
 
-TEST_F(FaultDiskTest, FailsTheNthWriteOnceOrFromThenOn) {
+TEST_F(FaultDiskTest, FailsTheNthWriteOnceOrFromThenOnPerFile) {
   faults.Fail(FaultDisk::kWrite, 2, ENOSPC);
   TFicheroITV f;
   Create(f, "a");
@@ -180,48 +181,61 @@ TEST_F(FaultDiskTest, FailsTheNthWriteOnceOrFromThenOn) {
   EXPECT_EQ(faults.Count(FaultDisk::kWrite), 3);
   EXPECT_EQ(faults.Injected(), 1);
 
+  // Named: counted by the part after the last "/", so "b" is not "bb" nor
+  // "sub/b.bak"; from then on, every later write to it fails.
   faults.Reset();
-  faults.Fail(FaultDisk::kWrite, 2, EIO, "", true);
-  Create(f, "a");
-  EXPECT_TRUE(Write(f, "11"));
-  EXPECT_FALSE(Write(f, "22"));
-  EXPECT_FALSE(Write(f, "33"));
-  EXPECT_EQ(f.ErrnoSistema(), EIO);
-  f.CierraEx(true, nullptr);
-  EXPECT_EQ(faults.Injected(), 2);
-}
-
-TEST_F(FaultDiskTest, CountsPerFileWhenNamed) {
-  // By the part after the last "/": "b" is not "bb" nor "sub/b.bak".
-  faults.Fail(FaultDisk::kWrite, 2, ENOSPC, "b");
+  faults.Fail(FaultDisk::kWrite, 2, EIO, "b", true);
   TFicheroITV a, b, bb;
   Create(a, "sub/a");
   Create(b, "sub/b");
   Create(bb, "sub/bb");
   EXPECT_TRUE(Write(a, "1") && Write(bb, "1") && Write(b, "1") && Write(a, "2") && Write(bb, "2"));
   EXPECT_FALSE(Write(b, "2"));
-  EXPECT_EQ(b.ErrnoSistema(), ENOSPC);
-  EXPECT_TRUE(Write(b, "3"));
-  EXPECT_EQ(faults.Injected(), 1);
+  EXPECT_FALSE(Write(b, "3"));
+  EXPECT_EQ(b.ErrnoSistema(), EIO);
+  EXPECT_TRUE(Write(a, "3"));
+  EXPECT_EQ(faults.Injected(), 2);
 }
 
-TEST_F(FaultDiskTest, FailsSeeksSyncsFlushesAndCloses) {
+// Each kind fails once with its error, and the same call then succeeds.
+TEST_F(FaultDiskTest, FailsEveryKindOfOperation) {
   mem.Put("f", "abcdef");
-  faults.Fail(FaultDisk::kSeek, 1, EINVAL);
-  faults.Fail(FaultDisk::kSync, 1, EIO);
-  faults.Fail(FaultDisk::kSync, 2, ENOSPC);
-  faults.Fail(FaultDisk::kClose, 1, EDQUOT);
-  TFicheroITV f;
+  mem.Put("x", "1");
+  TFicheroITV f, g;
   ASSERT_TRUE(f.Abre(N("f"), MODO_LEER | MODO_ACTUALIZAR | MODO_BINARIO, nullptr));
-  EXPECT_FALSE(f.Posicionate64(3));
-  EXPECT_EQ(f.ErrnoSistema(), EINVAL);
-  EXPECT_TRUE(f.Posicionate64(3));
-  EXPECT_TRUE(Write(f, "X"));
-  EXPECT_FALSE(f.Sincroniza());
-  EXPECT_EQ(f.ErrnoSistema(), EIO);
-  EXPECT_EQ(f.Flush(), -1);
-  EXPECT_EQ(f.ErrnoSistema(), ENOSPC);
-  EXPECT_TRUE(f.Sincroniza());
+  TSistemaFicheros& fs = SistemaFicheros();
+  auto De = [](TFicheroITV& h, bool ok) { return ok ? 0 : h.ErrnoSistema(); };
+  auto Sys = [](bool ok) { return ok ? 0 : errno; };
+  const struct {
+    FaultDisk::Op op;
+    int error;
+    std::function<int()> call;
+  } casos[] = {
+      {FaultDisk::kOpen, EMFILE,
+       [&] {
+         const int e = De(g, g.Abre(N("x"), MODO_LEER | MODO_BINARIO, nullptr));
+         g.CierraEx();
+         return e;
+       }},
+      {FaultDisk::kSeek, EINVAL, [&] { return De(f, f.Posicionate64(3)); }},
+      {FaultDisk::kWrite, ENOSPC, [&] { return De(f, Write(f, "X")); }},
+      {FaultDisk::kSync, EIO, [&] { return De(f, f.Sincroniza()); }},
+      {FaultDisk::kSync, ENOSPC, [&] { return De(f, f.Flush() == 0); }},
+      {FaultDisk::kTruncate, EPERM, [&] { return De(f, f.Trunca64(6)); }},
+      {FaultDisk::kRemove, EBUSY, [&] { return Sys(fs.Borra("x") && (mem.Put("x", "1"), true)); }},
+      {FaultDisk::kRename, EXDEV,
+       [&] { return Sys(fs.Renombra("x", "y") && fs.Renombra("y", "x")); }},
+  };
+  for (const auto& c : casos) {
+    SCOPED_TRACE(c.op);
+    faults.Reset();
+    faults.Fail(c.op, 1, c.error);
+    errno = 0;
+    EXPECT_EQ(c.call(), c.error);
+    EXPECT_EQ(c.call(), 0);
+  }
+  EXPECT_EQ(mem.Names(), (std::vector<std::string>{"f", "x"}));
+  faults.Fail(FaultDisk::kClose, 1, EDQUOT);
   DString err;
   EXPECT_EQ(f.CierraEx(true, &err), 0);
   EXPECT_EQ(f.ErrnoSistema(), EDQUOT);
@@ -229,25 +243,6 @@ TEST_F(FaultDiskTest, FailsSeeksSyncsFlushesAndCloses) {
   // The file is closed all the same, and what was written is there.
   EXPECT_FALSE(f.Abierto());
   EXPECT_EQ(mem.GetString("f"), "abcXef");
-}
-
-TEST_F(FaultDiskTest, FailsOpensRemovesAndRenames) {
-  mem.Put("x", "1");
-  faults.Fail(FaultDisk::kOpen, 1, EMFILE);
-  faults.Fail(FaultDisk::kRemove, 1, EBUSY);
-  faults.Fail(FaultDisk::kRename, 1, EXDEV);
-  TFicheroITV f;
-  EXPECT_FALSE(f.Abre(N("x"), MODO_LEER | MODO_BINARIO, nullptr));
-  EXPECT_EQ(f.ErrnoSistema(), EMFILE);
-  TSistemaFicheros& fs = SistemaFicheros();
-  EXPECT_FALSE(fs.Borra("x"));
-  EXPECT_EQ(errno, EBUSY);
-  EXPECT_FALSE(fs.Renombra("x", "y"));
-  EXPECT_EQ(errno, EXDEV);
-  EXPECT_EQ(mem.Names(), std::vector<std::string>{"x"});
-  EXPECT_TRUE(fs.Renombra("x", "y"));
-  EXPECT_TRUE(fs.Borra("y"));
-  EXPECT_TRUE(mem.Names().empty());
 }
 
 TEST_F(FaultDiskTest, CrashTearsTheWriteAtTheLimitAndDropsEverythingAfter) {
@@ -278,17 +273,15 @@ TEST_F(FaultDiskTest, CrashTearsTheWriteAtTheLimitAndDropsEverythingAfter) {
   EXPECT_EQ(mem.Names(), (std::vector<std::string>{"f", "keep"}));
   EXPECT_EQ(mem.GetString("f"), "0123456789");
   EXPECT_EQ(mem.GetString("keep"), "kkkk");
-}
-
-TEST_F(FaultDiskTest, CrashAfterWriteCalls) {
+  // Counted in write calls instead.
+  faults.Reset();
   faults.CrashAfterWrites(2);
-  TFicheroITV f;
-  Create(f, "f");
+  Create(f, "w");
   EXPECT_TRUE(Write(f, "ab") && Write(f, "cd"));
   EXPECT_TRUE(faults.Crashed());
   EXPECT_TRUE(Write(f, "ef"));
   f.CierraEx(true, nullptr);
-  EXPECT_EQ(mem.GetString("f"), "abcd");
+  EXPECT_EQ(mem.GetString("w"), "abcd");
 }
 
 TEST_F(FaultDiskTest, LogRebuildsTheFilesAsAPowerCutLeavesThem) {

@@ -28,23 +28,6 @@ class FicheroITVEditTest : public ::testing::Test {
   TempDir tmp;
 };
 
-TEST_F(FicheroITVEditTest, MoveTowardsTheStartZeroFillsTheTail) {
-  TFicheroITV f;
-  EXPECT_EQ(Move(f, "0123456789", 4, -2, 3, -1), std::string("01456789\0\0", 10));
-  TFicheroITVdatos m(MODO_LEER | MODO_ESCRIBIR | MODO_BINARIO, 0);
-  m << '0' << '1' << '2' << '3' << '4' << '5' << '6' << '7' << '8' << '9';
-  m.MoveBytesEnd(4, -2, 3, -1);
-  int n;
-  EXPECT_EQ(std::string(m.Vacia_Retornando_Ptr(n), 10), std::string("01456789\0\0", 10));
-}
-
-TEST_F(FicheroITVEditTest, MoveTowardsTheEndKeepsTheGap) {
-  TFicheroITV f;
-  EXPECT_EQ(Move(f, "0123456789", 4, 2, 3, -1), "012345456789");
-  EXPECT_EQ(Move(f, "0123456789", 0, 5, 1000, 4), "0123401239");
-  EXPECT_EQ(Move(f, "0123456789", 3, 0, 3, -1), "0123456789");
-}
-
 // The large-block path must give exactly what the caller's block size gives,
 // across block boundaries and overlapping ranges.
 TEST_F(FicheroITVEditTest, LargeBlocksGiveTheSameResult) {

@@ -118,7 +118,7 @@ TEST(FicheroITVMove64Pequenyo, SameResultsAsTheUncheckedMove) {
     size_t largo;
   };
   for (Caso c : {Caso{4, -2, 3, -1, "01456789\0\0", 10}, Caso{4, 2, 3, -1, "012345456789", 12},
-                 Caso{0, 5, 1000, 4, "0123401239", 10}}) {
+                 Caso{0, 5, 1000, 4, "0123401239", 10}, Caso{3, 0, 3, -1, "0123456789", 10}}) {
     SCOPED_TRACE(::testing::Message() << c.desde << " " << c.d);
     for (int i = 0; i < 2; i++) {
       ASSERT_TRUE(tmp.Write("s.bin", "0123456789"));

@@ -119,23 +119,6 @@ TEST(SistemaFicherosCambio, CachedForwardReadsMakeNoSeeks) {
   }
 }
 
-// A duplicate never closes the backend it borrows: its close cannot fail,
-// the original's can.
-TEST(SistemaFicherosCambio, OnlyTheOwnerClosesTheBackend) {
-  MemoryDisk mem;
-  mem.Put("/mem/c.bin", "1234");
-  FaultDisk fallos(mem);
-  ScopedFileSystem use(fallos);
-  fallos.Fail(FaultDisk::kClose, 1, EIO, "", true);
-  TFicheroITV origen, dup;
-  ASSERT_TRUE(origen.Abre(N("/mem/c.bin"), MODO_LEER | MODO_ACTUALIZAR | MODO_BINARIO, nullptr));
-  TStringNomFitx nombre("m");
-  ASSERT_TRUE(dup.CreateDuplicate(origen, nombre));
-  EXPECT_EQ(dup.CierraEx(), 1);
-  EXPECT_EQ(origen.CierraEx(), 0);
-  EXPECT_EQ(origen.ErrnoSistema(), EIO);
-}
-
 // A move that meets a full disk stops there and says so.
 TEST(SistemaFicherosCambio, MoveStopsAtTheFirstFailedWrite) {
   MemoryDisk mem;

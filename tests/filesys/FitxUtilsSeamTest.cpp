@@ -80,7 +80,9 @@ TEST_F(FitxUtilsFallos, BackupsAreDurableBeforeTheyCount) {
     if (e.kind == FaultDisk::Event::kSync || e.kind == FaultDisk::Event::kRename ||
         e.kind == FaultDisk::Event::kSyncFolder)
       orden.push_back(std::to_string(e.kind) + " " + e.name + " " + e.to);
-  auto E = [](FaultDisk::Event::Kind k, const std::string& s) { return std::to_string(k) + " " + s; };
+  auto E = [](FaultDisk::Event::Kind k, const std::string& s) {
+    return std::to_string(k) + " " + s;
+  };
   EXPECT_EQ(orden, (std::vector<std::string>{
                        E(FaultDisk::Event::kSync, "/m/map.shp.bak.$$$ "),
                        E(FaultDisk::Event::kRename, "/m/map.shp.bak.$$$ /m/map.shp.bak"),
