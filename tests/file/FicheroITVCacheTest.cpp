@@ -58,6 +58,12 @@ TEST_F(FicheroITVCacheTest, ReadsAtTheEndOfTheDataStayInsideTheBuffer) {
   EXPECT_FALSE(f.LeeTokenBin(&v, 4, nullptr, -1));
   EXPECT_EQ(f.PosActual64(), 100);
   EXPECT_TRUE(f.eof());
+  // An empty file is at its end from the start.
+  TFicheroITV e;
+  OpenPattern(e, 0);
+  EXPECT_TRUE(e.eof());
+  EXPECT_FALSE(e.LeeTokenBin(&v, 1, nullptr, -1));
+  EXPECT_EQ(e.fgetc_dir(), 0);
 }
 
 TEST_F(FicheroITVCacheTest, SpansStartAtTheRequestedPosition) {
@@ -131,15 +137,6 @@ TEST_F(FicheroITVCacheTest, SwitchingOffLeavesTheBackendAtTheSpanEnd) {
   EXPECT_EQ(f.PosActual64(), 8);
   f >> v;
   EXPECT_EQ(std::memcmp(&v, p.data() + 8, 4), 0);
-}
-
-TEST_F(FicheroITVCacheTest, EmptyFile) {
-  TFicheroITV f;
-  OpenPattern(f, 0);
-  EXPECT_TRUE(f.eof());
-  char c = 'x';
-  EXPECT_FALSE(f.LeeTokenBin(&c, 1, nullptr, -1));
-  EXPECT_EQ(f.fgetc_dir(), 0);
 }
 
 // A sparse file of 5 GiB: positions past 4 GiB must survive on 32-bit
