@@ -74,6 +74,17 @@ void CopyInto(const std::string& from, const std::string& to, const std::string&
                  "), so its rows cannot be kept in step; nothing was changed");
 }
 
+// Sets the fields `values` name (without regard to case; names the table
+// lacks are left out); an empty value empties its field.
+void SetValues(OGRFeature& f, const std::vector<AttrValue>& values) {
+  for (const AttrValue& a : values) {
+    const int i = f.GetFieldIndex(a.name.c_str());
+    if (i < 0) continue;
+    if (a.value.empty()) f.SetFieldNull(i);
+    else f.SetField(i, a.value.c_str());
+  }
+}
+
 }  // namespace
 
 DbfKeeper::DbfKeeper(const std::string& shp, int records, const std::vector<AttrValue>& attrs)
@@ -149,6 +160,23 @@ void DbfKeeper::Stage(const std::string& shp, int records) {
   }
 }
 
+void DbfKeeper::AppendRow(int id, const std::vector<AttrValue>& values) {
+  OGRLayer* layer = staged_->layer;
+  auto fail = [&](const std::string& why) {
+    throw Failed(dbf_ + ": the records were changed but the attribute table could not be (" + why +
+                 "); its rows no longer match the records");
+  };
+  // Appended records are numbered after the last row, in order.
+  if (layer->GetFeatureCount(TRUE) != id - 1) fail("row " + std::to_string(id) + " is out of order");
+  OGRFeature f(layer->GetLayerDefn());
+  SetValues(f, values);
+  if (layer->CreateFeature(&f) != OGRERR_NONE) fail(GdalMessage("row not added"));
+}
+
+void DbfKeeper::Added(int id, const std::vector<AttrValue>& row) {
+  if (active()) AppendRow(id, row);
+}
+
 DbfKeeper::~DbfKeeper() {
   staged_.reset();
   if (!staging_.empty()) {
@@ -164,16 +192,7 @@ void DbfKeeper::Commit() {
     throw Failed(dbf_ + failed + why + "); its rows no longer match the records");
   };
   OGRLayer* layer = staged_->layer;
-  auto set_values = [&](OGRFeature& f, const std::vector<AttrValue>& values) {
-    for (const AttrValue& a : values) {
-      const int i = f.GetFieldIndex(a.name.c_str());
-      if (i < 0) continue;
-      if (a.value.empty()) f.SetFieldNull(i);
-      else f.SetField(i, a.value.c_str());
-    }
-  };
-  auto set_attrs = [&](OGRFeature& f) { set_values(f, attrs_); };
-  size_t next_row = 0;
+  auto set_attrs = [&](OGRFeature& f) { SetValues(f, attrs_); };
   if (!deleted_.empty()) {
     for (int id : deleted_)
       if (layer->DeleteFeature(id - 1) != OGRERR_NONE) fail(GdalMessage("row not deleted"));
@@ -185,13 +204,7 @@ void DbfKeeper::Commit() {
   std::vector<int> added = added_;
   std::sort(added.begin(), added.end());
   for (int id : added) {
-    // Appended records are numbered after the last row, in order.
-    if (layer->GetFeatureCount(TRUE) != id - 1) fail("row " + std::to_string(id) + " is out of order");
-    OGRFeature f(layer->GetLayerDefn());
-    while (next_row < rows_.size() && rows_[next_row].first < id) ++next_row;
-    if (next_row < rows_.size() && rows_[next_row].first == id) set_values(f, rows_[next_row].second);
-    else set_attrs(f);
-    if (layer->CreateFeature(&f) != OGRERR_NONE) fail(GdalMessage("row not added"));
+    AppendRow(id, attrs_);
   }
   if (!attrs_.empty()) {
     for (int id : replaced_) {
@@ -225,6 +238,8 @@ DbfKeeper::DbfKeeper(const std::string& shp, int, const std::vector<AttrValue>& 
 DbfKeeper::~DbfKeeper() = default;
 
 void DbfKeeper::Commit() {}
+
+void DbfKeeper::Added(int, const std::vector<AttrValue>&) {}
 
 #endif
 

@@ -7,7 +7,6 @@
 
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace vardamap {
@@ -47,10 +46,9 @@ class DbfKeeper {
   void Added(int id) { added_.push_back(id); }
   // An added record whose row takes `row` (fields matched by name, without
   // regard to case; names the table lacks are left out) instead of --attr.
-  void Added(int id, std::vector<AttrValue> row) {
-    added_.push_back(id);
-    rows_.emplace_back(id, std::move(row));
-  }
+  // The row is written to the copy at once, so that long imports keep no
+  // rows in memory; only appends may come before Commit() then.
+  void Added(int id, const std::vector<AttrValue>& row);
   void Replaced(int id) { replaced_.push_back(id); }
   // Makes the row changes and puts the table in place. Throws
   // ToolError(kExitFailed) when that fails; the old table is then left.
@@ -64,7 +62,8 @@ class DbfKeeper {
   std::string staging_;  // folder beside the map holding the copy
   std::vector<AttrValue> attrs_;
   std::vector<int> deleted_, added_, replaced_;
-  std::vector<std::pair<int, std::vector<AttrValue>>> rows_;  // sorted by id as added
+  // Writes the row of appended record `id`, or throws ToolError(kExitFailed).
+  void AppendRow(int id, const std::vector<AttrValue>& values);
   std::unique_ptr<Staged> staged_;
 };
 
