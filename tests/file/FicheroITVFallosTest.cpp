@@ -214,7 +214,7 @@ TEST_F(FicheroITVFallosTest, OpenModesBehaveAsTheirStreams) {
   EXPECT_TRUE(visto || ::access("/proc/self/fd", F_OK) != 0);
 }
 
-TEST_F(FicheroITVFallosTest, TruncateAndSync) {
+TEST_F(FicheroITVFallosTest, TruncateAndSyncWithAndWithoutTheCache) {
   ASSERT_TRUE(tmp.Write("t.bin", Pattern(1000)));
   TFicheroITV f;
   ASSERT_TRUE(f.Abre(N((tmp / "t.bin")), MODO_LEER | MODO_BINARIO | MODO_ACTUALIZAR, nullptr));
@@ -230,10 +230,25 @@ TEST_F(FicheroITVFallosTest, TruncateAndSync) {
   EXPECT_FALSE(f.Sincroniza());
   EXPECT_EQ(f.ErrnoSistema(), EBADF);
 
-  // Through the cache: nothing past the new end is served.
   ASSERT_TRUE(f.Abre(N((tmp / "t.bin")), MODO_LEER | MODO_BINARIO | MODO_CACHE, nullptr));
   EXPECT_FALSE(f.Trunca64(10));  // opened for reading only
   EXPECT_EQ(f.ErrnoSistema(), EINVAL);
+  f.CierraEx();
+
+  // The cached span shrinks with the file: past the new end nothing of the
+  // old content is served.
+  ASSERT_TRUE(tmp.Write("s.bin", Pattern(1000)));
+  ASSERT_TRUE(f.Abre(N((tmp / "s.bin")), MODO_LEER | MODO_BINARIO | MODO_ACTUALIZAR, nullptr));
+  f.SetCache(true);
+  f.Posicionate64(10);
+  ASSERT_TRUE(f.Trunca64(20));
+  char b[8];
+  EXPECT_TRUE(f.LeeTokenBin(b, 8, nullptr, -1));
+  EXPECT_EQ(std::string(b, 8), Pattern(18).substr(10));
+  EXPECT_TRUE(f.LeeTokenBin(b, 8, nullptr, -1));
+  EXPECT_EQ(std::string(b, 8), Pattern(20).substr(18) + std::string(6, '\0'));
+  f.Posicionate64(500);
+  EXPECT_TRUE(f.eof());
   f.CierraEx();
 
   // A memory file is as durable as it gets, and is not truncated here.
@@ -242,23 +257,6 @@ TEST_F(FicheroITVFallosTest, TruncateAndSync) {
   EXPECT_TRUE(m.Sincroniza());
   EXPECT_FALSE(m.Trunca64(0));
   EXPECT_EQ(m.ErrnoSistema(), EINVAL);
-}
-
-TEST_F(FicheroITVFallosTest, CachedSpanShrinksWithTheFile) {
-  ASSERT_TRUE(tmp.Write("s.bin", Pattern(1000)));
-  TFicheroITV f;
-  ASSERT_TRUE(f.Abre(N((tmp / "s.bin")), MODO_LEER | MODO_BINARIO | MODO_ACTUALIZAR, nullptr));
-  f.SetCache(true);
-  f.Posicionate64(10);
-  ASSERT_TRUE(f.Trunca64(20));
-  char b[8];
-  EXPECT_TRUE(f.LeeTokenBin(b, 8, nullptr, -1));
-  EXPECT_EQ(std::string(b, 8), Pattern(18).substr(10));
-  // Past the new end nothing of the old content is served.
-  EXPECT_TRUE(f.LeeTokenBin(b, 8, nullptr, -1));
-  EXPECT_EQ(std::string(b, 8), Pattern(20).substr(18) + std::string(6, '\0'));
-  f.Posicionate64(500);
-  EXPECT_TRUE(f.eof());
 }
 
 }  // namespace
