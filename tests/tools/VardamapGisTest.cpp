@@ -192,7 +192,9 @@ TEST(VardamapGis, ExportWritesEveryFormatOgrReadsBack) {
     Result og = RunProgram({"ogrinfo", "-so", out, c.layer});
     ASSERT_EQ(og.code, 0) << og.err;
     EXPECT_NE(og.out.find("Feature Count: 100"), std::string::npos) << og.out;
-    if (std::string(c.ext) != "gpx") EXPECT_NE(og.out.find("FIPS: String"), std::string::npos) << og.out;
+    if (std::string(c.ext) != "gpx") {
+      EXPECT_NE(og.out.find("FIPS: String"), std::string::npos) << og.out;
+    }
   }
   // Through OGR's own GeoJSON back out: the same names and points as dump.
   Result back = RunProgram({"ogr2ogr", "-f", "GeoJSON", "/vsistdout/", dir / "nc.gpkg", "-t_srs", "EPSG:4326"});
@@ -241,8 +243,9 @@ TEST(VardamapGis, ImportBringsExportedMapsBackWithTheirAttributes) {
     ASSERT_EQ(again["features"].size(), n);
     for (size_t i = 0; i < n; ++i) {
       ExpectSameGeometry(again["features"][i]["geometry"], original["features"][i]["geometry"]);
-      if (std::string(ext) != "kml")  // KML keeps the first text field as the placemark's name
+      if (std::string(ext) != "kml") {  // KML keeps the first text field as the placemark's name
         EXPECT_EQ(again["features"][i]["properties"]["NAME_2"], original["features"][i]["properties"]["NAME_2"]);
+      }
     }
   }
 }
@@ -277,4 +280,64 @@ TEST(VardamapGis, ImportRefusesInputItCannotUseAndChangesNothing) {
   Result og = RunProgram({"ogrinfo", "-al", "-q", dir / "wpt.shp"});
   EXPECT_NE(og.out.find("name (String) = Kirchberg"), std::string::npos) << og.out;
   EXPECT_NE(og.out.find("POINT (6.1 49.6)"), std::string::npos) << og.out;
+}
+
+TEST(VardamapGis, CancelledImportLeavesNoNewMapAndKeepsAnExistingOneInStep) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  TempDir dir;
+  const std::string in = dir / "nc.geojson";
+  ASSERT_EQ(Vardamap({"export", GisCorpusDir() + "/nc.shp", in}).code, 0);
+  // The first pass asks once for each of the 100 features, the adding pass
+  // again: cancelled in the first pass and half-way through the adding.
+  for (const char* after : {"20", "150"}) {
+    SCOPED_TRACE(after);
+    Result r = Vardamap({"import", in, dir / "new.shp", "--create"}, "",
+                        {std::string("VARDAMAP_CANCEL_AFTER=") + after, "VARDAMAP_PROGRESS=always"});
+    EXPECT_EQ(r.code, 130) << r.err;
+    EXPECT_NE(r.err.find("cancelled"), std::string::npos) << r.err;
+    for (const auto& e : std::filesystem::directory_iterator(dir.path()))
+      if (e.path() != in) ADD_FAILURE() << "left behind: " << e.path();
+  }
+  // Into an existing map: the shapes added before Ctrl-C stay with their rows.
+  const std::string map = CopyGisMap("nc", dir);
+  Result r = Vardamap({"import", in, map}, "", {"VARDAMAP_CANCEL_AFTER=150"});
+  EXPECT_EQ(r.code, 130) << r.err;
+  Result og = RunProgram({"ogrinfo", "-so", "-al", map});
+  const size_t at = og.out.find("Feature Count: ");
+  ASSERT_NE(at, std::string::npos) << og.out;
+  const int records = std::stoi(og.out.substr(at + 15));
+  EXPECT_GT(records, 100);
+  EXPECT_LT(records, 200);
+  Result info = Vardamap({"info", map});
+  EXPECT_EQ(info.code, 0) << info.err;
+  EXPECT_NE(info.out.find(std::to_string(records) + " rows in nc.dbf"), std::string::npos) << info.out;
+  EXPECT_EQ(info.err.find("rows but the map has"), std::string::npos) << info.err;
+  Result last = RunProgram({"ogrinfo", "-q", "-fid", std::to_string(records - 1), map, "nc"});
+  EXPECT_NE(last.out.find("NAME (String) = "), std::string::npos) << last.out;
+}
+
+TEST(VardamapGis, GpxTrackOfTwoSegmentsBecomesTwoShapesWithAWarning) {
+  if (Skip()) GTEST_SKIP() << "needs " << GisCorpusDir() << ", ogr2ogr and a vardamap with GDAL";
+  TempDir dir;
+  std::ofstream(dir / "walk.gpx")
+      << "<?xml version=\"1.0\"?>\n<gpx version=\"1.1\" creator=\"test\" xmlns=\"http://www.topografix.com/GPX/1/1\">\n"
+         "<trk><name>Walk</name>\n"
+         "<trkseg><trkpt lat=\"49.60\" lon=\"6.10\"/><trkpt lat=\"49.61\" lon=\"6.11\"/></trkseg>\n"
+         "<trkseg><trkpt lat=\"49.70\" lon=\"6.20\"/><trkpt lat=\"49.71\" lon=\"6.21\"/>"
+         "<trkpt lat=\"49.72\" lon=\"6.22\"/></trkseg>\n</trk>\n</gpx>\n";
+  Result r = Vardamap({"import", dir / "walk.gpx", dir / "walk.shp", "--create"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.out.find("2 shapes from 1 feature added"), std::string::npos) << r.out;
+  EXPECT_NE(r.err.find("warning: 1 feature had several parts: each part became a shape of its own"),
+            std::string::npos)
+      << r.err;
+  const json doc = json::parse(Vardamap({"dump", dir / "walk.shp", "--format", "geojson"}).out);
+  ASSERT_EQ(doc["features"].size(), 2u);
+  const size_t points[] = {2, 3};
+  for (size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(doc["features"][i]["properties"]["name"], "Walk");
+    EXPECT_EQ(doc["features"][i]["geometry"]["type"], "LineString");
+    EXPECT_EQ(doc["features"][i]["geometry"]["coordinates"].size(), points[i]);
+  }
+  EXPECT_NEAR(doc["features"][1]["geometry"]["coordinates"][0][1].get<double>(), 49.70, 1e-12);
 }

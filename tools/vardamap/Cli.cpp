@@ -118,7 +118,9 @@ int Main(int argc, char** argv) {
   CLI::App* imp = app.add_subcommand(
       "import",
       "Add the features of a GPX, KML, GeoJSON, GeoPackage or other OGR-readable file\n"
-      "to a map, reprojected to its .prj's system, attributes into its .dbf (needs GDAL)");
+      "to a map, reprojected to its .prj's system, attributes into its .dbf (needs GDAL).\n"
+      "Ctrl-C: a new map (--create) is not made; in an existing map the shapes\n"
+      "already added stay, each with its .dbf row");
   imp->add_option("IN", a.import.input, "The file to read")->required();
   imp->add_option("MAP", a.import.map, "The .shp file to add to")->required();
   imp->add_flag("--create", a.import.create,

@@ -1,6 +1,9 @@
 // import: features of any vector file OGR reads (GPX, KML, GeoJSON,
 // GeoPackage, ...) added to a map through the plug-in's add export, with
 // their attributes as rows of the map's .dbf.
+#include <algorithm>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <unistd.h>
@@ -134,6 +137,51 @@ bool CreateTable(const std::string& shp, const std::vector<OGRLayer*>& layers) {
   return true;
 }
 
+// The import's bar, in bytes of the input: the first pass (taking stock of
+// the features) fills its first half, the adding pass its second. OGR tells
+// no read position, so a feature counts for its share of the file.
+class ImportBar {
+ public:
+  ImportBar(Progress& progress, long long input_bytes) : progress_(progress) {
+    bytes_ = std::max(1LL, input_bytes);
+    // The plug-in's progress interface counts in 32 bits.
+    while (2 * bytes_ / scale_ > INT_MAX) scale_ *= 2;
+    progress_.SetTotal(static_cast<int32_t>(2 * bytes_ / scale_));
+  }
+  // Moves to `fraction` (0..1) of pass `pass` (0 or 1).
+  void At(int pass, double fraction) {
+    const long long target = static_cast<long long>((pass + std::min(1.0, fraction)) * bytes_ / scale_);
+    if (target > sent_) progress_.Advance(static_cast<int32_t>(target - sent_));
+    sent_ = std::max(sent_, target);
+  }
+  // The same question the plug-in asks after each record: Ctrl-C, or the
+  // testing aid's count.
+  bool Cancelled() { return progress_.IsCancelled(); }
+
+ private:
+  Progress& progress_;
+  long long bytes_ = 1, scale_ = 1, sent_ = 0;
+};
+
+// Files of a new map that this import made, removed again unless it ends well.
+class NewMapFiles {
+ public:
+  explicit NewMapFiles(const std::string& shp) {
+    const std::string stem = shp.substr(0, shp.size() - 4);
+    for (const char* ext : {".shp", ".shx", ".dbf", ".prj", ".cpg"})
+      if (access((stem + ext).c_str(), F_OK) != 0) made_.push_back(stem + ext);
+  }
+  ~NewMapFiles() {
+    if (!kept_)
+      for (const std::string& f : made_) std::remove(f.c_str());
+  }
+  void Keep() { kept_ = true; }
+
+ private:
+  std::vector<std::string> made_;
+  bool kept_ = false;
+};
+
 }  // namespace
 
 int RunImport(const std::string& plugin_path, const ImportOptions& o, std::ostream& out) {
@@ -165,15 +213,41 @@ int RunImport(const std::string& plugin_path, const ImportOptions& o, std::ostre
       throw Usage(o.map + " holds " + KindName(stored) + "s; it cannot take --kind " + o.kind);
     if (stored >= 0) kind = stored;
   }
-  size_t count[4] = {0, 0, 0, 0};
+  // One bar for the whole command; the existing map's own read, between
+  // the two passes, shows its own.
+  Progress progress("importing " + o.input);
+  VSIStatBufL st;
+  ImportBar bar(progress, VSIStatL(o.input.c_str(), &st) == 0 ? static_cast<long long>(st.st_size) : 0);
+  auto cancelled = [](const std::string& what) { return ToolError(kExitCancelled, "cancelled " + what); };
+  long long known = 0;  // features the drivers can count without reading
   for (OGRLayer* l : src.layers) {
+    const GIntBig n = l->GetFeatureCount(FALSE);
+    if (n < 0) {
+      known = -1;
+      break;
+    }
+    known += n;
+  }
+  size_t count[4] = {0, 0, 0, 0};
+  long long total = 0;  // features read in the first pass
+  for (size_t i = 0; i < src.layers.size(); ++i) {
+    OGRLayer* l = src.layers[i];
     l->ResetReading();
-    for (OGRFeature* f; (f = l->GetNextFeature()) != nullptr; OGRFeature::DestroyFeature(f))
+    for (OGRFeature* f; (f = l->GetNextFeature()) != nullptr; OGRFeature::DestroyFeature(f)) {
+      ++total;
+      if (known > 0) bar.At(0, static_cast<double>(total) / known);
+      if (bar.Cancelled()) {
+        OGRFeature::DestroyFeature(f);
+        throw cancelled("while reading " + o.input + "; nothing was changed");
+      }
       if (const OGRGeometry* g = f->GetGeometryRef()) {
         const int k = KindOfGeometry(g->getGeometryType());
         if (k >= 0) ++count[k];
       }
+    }
+    if (known <= 0) bar.At(0, static_cast<double>(i + 1) / src.layers.size());
   }
+  bar.At(0, 1.0);
   if (kind < 0) {
     for (int k : {kKindLine, kKindPolygon, kKindPoint})
       if (count[k]) {
@@ -199,11 +273,9 @@ int RunImport(const std::string& plugin_path, const ImportOptions& o, std::ostre
               : (target_crs->usable() ? static_cast<const OGRSpatialReference*>(target_crs->handle()) : nullptr);
 
   PlugIn plugin(plugin_path);
-  int records = 0;
-  if (exists) {
-    Map reader(plugin, o.map, false);
-    records = reader.ReadAll("", "reading " + o.map, false).records;
-  } else {
+  // A new map is all or nothing: an error or Ctrl-C removes what was made.
+  std::unique_ptr<NewMapFiles> made(exists ? nullptr : new NewMapFiles(o.map));
+  if (!exists) {
     char* wkt = nullptr;
     const char* options[] = {"FORMAT=WKT1_ESRI", nullptr};
     wgs84.exportToWkt(&wkt, options);
@@ -211,15 +283,20 @@ int RunImport(const std::string& plugin_path, const ImportOptions& o, std::ostre
     CPLFree(wkt);
     if (!CreateTable(o.map, src.layers)) Warn(o.input + " has no attributes: " + o.map + " gets no .dbf");
   }
+  Map map(plugin, o.map, !exists);
+  // The plug-in learns the record count and the file's length by reading:
+  // the map it adds to must have been read through the same opening, or the
+  // new records overwrite the first ones.
+  const int records = exists ? map.ReadAll("", "reading " + o.map, false).records : 0;
   DbfKeeper rows(o.map, records, {});
   if (!rows.active() && exists) Warn(o.map + " has no .dbf: the features' attributes are left out");
-  Map map(plugin, o.map, !exists);
 
   size_t added = 0, features = 0, split = 0;
   auto finish = [&]() {
     map.Close();
     rows.Commit();
   };
+  long long read = 0;  // features of the second pass, of `total`
   try {
     for (OGRLayer* l : src.layers) {
       std::unique_ptr<OGRCoordinateTransformation> transform;
@@ -235,8 +312,11 @@ int RunImport(const std::string& plugin_path, const ImportOptions& o, std::ostre
       l->ResetReading();
       for (OGRFeature* raw; (raw = l->GetNextFeature()) != nullptr;) {
         std::unique_ptr<OGRFeature, void (*)(OGRFeature*)> f(raw, OGRFeature::DestroyFeature);
-        if (Interrupted())
-          throw ToolError(kExitCancelled, "cancelled after adding " + std::to_string(added) + " shapes");
+        bar.At(1, static_cast<double>(++read) / std::max(1LL, total));
+        if (bar.Cancelled())
+          throw cancelled(made ? "before " + o.map + " was complete: it was not made"
+                               : "after adding " + std::to_string(added) + (added == 1 ? " shape" : " shapes") +
+                                     " to " + o.map + " (kept, each with its .dbf row)");
         OGRGeometry* g = f->GetGeometryRef();
         if (!g || KindOfGeometry(g->getGeometryType()) != kind) continue;
         if (transform && g->transform(transform.get()) != OGRERR_NONE)
@@ -255,11 +335,15 @@ int RunImport(const std::string& plugin_path, const ImportOptions& o, std::ostre
       }
     }
   } catch (const ToolError&) {
-    // What was added stays, with its rows.
-    finish();
+    // In an existing map what was added stays, with its rows; a new map is
+    // removed whole (the uncommitted table copy goes with the keeper).
+    if (!made) finish();
     throw;
   }
   finish();
+  bar.At(1, 1.0);
+  progress.Finish();
+  if (made) made->Keep();
   if (split)
     Warn(std::to_string(split) + (split == 1 ? " feature had" : " features had") +
          " several parts: each part became a shape of its own, with the feature's attributes");
