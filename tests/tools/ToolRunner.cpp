@@ -15,6 +15,14 @@
 #include <sstream>
 #include <stdexcept>
 
+// vardamap runs as a child of the tests; under the leak checker it must not
+// fail for caches that system libraries keep until exit.
+namespace {
+const bool kSupresionesFugas = [] {
+  return ::setenv("LSAN_OPTIONS", "suppressions=" VARDA_LSAN_SUPP, 0) == 0;
+}();
+}  // namespace
+
 extern char** environ;
 
 namespace vmtest {
