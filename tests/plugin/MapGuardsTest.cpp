@@ -33,10 +33,22 @@ class Guards : public PlugInTest {
  protected:
   void SetUp() override {
     PlugInTest::SetUp();
+    ASSERT_TRUE(dir_.ok());
     std::signal(SIGALRM, [](int) { _exit(3); });
     alarm(20);
   }
   void TearDown() override { alarm(0); }
+
+  // A fresh copy of `img` in the test's folder, opened and read with the
+  // expected result.
+  std::string Fresh(const ShpImage& img) { return PutMap(dir_, "m" + std::to_string(n_++), img); }
+  void OpenAndRead(MapSession& s, int expected) {
+    ASSERT_EQ(s.Open(), 1);
+    ASSERT_EQ(s.Read(), expected) << s.sink.All();
+  }
+
+  TempDir dir_;
+  int n_ = 0;
 };
 
 TEST_F(Guards, NotRegularFilesAreRefusedAtOpen) {
@@ -92,12 +104,9 @@ TEST_F(Guards, NoEditAfterAReadThatRefusedTheMap) {
   const ShpImage img = b.Build();
   for (int kind = 0; kind < 3; kind++) {
     SCOPED_TRACE(kind);
-    TempDir d;
-    ASSERT_TRUE(d.ok());
-    const std::string p = PutMap(d, "m", img);
+    const std::string p = Fresh(img);
     MapSession s(p);
-    ASSERT_EQ(s.Open(), 1);
-    ASSERT_EQ(s.Read(), 0);
+    OpenAndRead(s, 0);
     s.sink.messages.clear();
     const int r = kind == 0 ? s.Add(0, kA) : kind == 1 ? s.Add(0, kB, 1) : s.Delete(1);
     EXPECT_EQ(r, 0);
@@ -110,10 +119,7 @@ TEST_F(Guards, NoEditAfterAReadThatRefusedTheMap) {
 }
 
 TEST_F(Guards, CancelledReadStillAllowsEdits) {
-  TempDir d;
-  ASSERT_TRUE(d.ok());
-  const std::string p = PutMap(d, "m", Three());
-  MapSession s(p);
+  MapSession s(Fresh(Three()));
   ASSERT_EQ(s.Open(), 1);
   Progress pr;
   pr.cancel_at = 1;
@@ -129,12 +135,8 @@ TEST_F(Guards, HeaderLengthJustShortOfTheLastRecord) {
   PutBE32(img.shp, 24, words - 4);
   for (int kind = 0; kind < 3; kind++) {
     SCOPED_TRACE(kind);
-    TempDir d;
-    ASSERT_TRUE(d.ok());
-    const std::string p = PutMap(d, "m", img);
-    MapSession s(p);
-    ASSERT_EQ(s.Open(), 1);
-    ASSERT_EQ(s.Read(), 1) << s.sink.All();
+    MapSession s(Fresh(img));
+    OpenAndRead(s, 1);
     ASSERT_EQ(s.reader.lines.size(), 3u);
     const std::vector<XYZ> same = {{7, 7, 0}, {8, 8, 0}};
     const int r = kind == 0 ? s.Delete(3) : kind == 1 ? s.Add(0, same, 3) : s.Add(0, kB, 3);
@@ -146,11 +148,8 @@ TEST_F(Guards, HeaderLengthJustShortOfTheLastRecord) {
 TEST_F(Guards, FirstPartStartingAtThePointCountIsAnEmptyLine) {
   ShpBuilder b(3);
   b.Record(PolyContent(3, {0}, kA)).Record(PolyContent(3, {3}, kB)).Record(PolyContent(3, {0}, kC));
-  TempDir d;
-  ASSERT_TRUE(d.ok());
-  MapSession s(PutMap(d, "m", b.Build()));
-  ASSERT_EQ(s.Open(), 1);
-  EXPECT_EQ(s.Read(), 1) << s.sink.All();
+  MapSession s(Fresh(b.Build()));
+  OpenAndRead(s, 1);
   ASSERT_EQ(s.reader.lines.size(), 3u);
   EXPECT_EQ(s.reader.lines[1].Id(), 2);
   EXPECT_TRUE(s.reader.lines[1].points.empty());
