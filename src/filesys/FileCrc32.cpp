@@ -3,6 +3,7 @@
 #include <climits>
 
 #include "file/FicheroITV.h"
+#include "filesys/Crc32.h"
 #include "filesys/StringNomFitx.h"
 #include "thread/MonitorProc.h"
 
@@ -27,12 +28,22 @@ const unsigned* crc_table() {
 
 int clamp_int(long long n) { return n > INT_MAX ? INT_MAX : static_cast<int>(n); }
 
+// The running (not yet inverted) CRC over n more bytes.
+unsigned crc_sigue(unsigned crc, const unsigned char* p, size_t n) {
+  const unsigned* table = crc_table();
+  for (size_t i = 0; i < n; i++) crc = (crc >> 8) ^ table[(crc ^ p[i]) & 0xFF];
+  return crc;
+}
+
 }  // namespace
+
+uint32_t Crc32(uint32_t crc, const void* datos, size_t n) {
+  return ~crc_sigue(~crc, static_cast<const unsigned char*>(datos), n);
+}
 
 bool TStringNomFitx::FileCrc32(unsigned& crc, FileCheckAction action, TMonitorProc* monitor,
                                long long from, long long to) const {
   crc = 0xFFFFFFFFu;
-  const unsigned* table = crc_table();
   if (monitor) {
     monitor->SetTexto(action == FILECHECK_ADD     ? "Adding CRC 32"
                       : action == FILECHECK_CHECK ? "Checking CRC 32"
@@ -78,7 +89,7 @@ bool TStringNomFitx::FileCrc32(unsigned& crc, FileCheckAction action, TMonitorPr
     int n = left > 4096 ? 4096 : static_cast<int>(left);
     read_ok = f.LeeTokenBin(buf, n, nullptr, -1);
     if (!read_ok) break;
-    for (int i = 0; i < n; i++) crc = (crc >> 8) ^ table[(crc ^ buf[i]) & 0xFF];
+    crc = crc_sigue(crc, buf, static_cast<size_t>(n));
     left -= n;
     done += n;
     if (monitor) monitor->actual = clamp_int(done);
