@@ -6,6 +6,7 @@
 #include <new>
 
 #include "VardaPlugIn.h"
+#include "plugin/MapIO.h"
 #include "plugin/PrivateDataSHP.h"
 #include "plugin/ShapeFileLayout.h"
 #include "plugin/ShapeReader.h"
@@ -34,6 +35,27 @@ inline bool LeeBytes(TFicheroITV& f, void* destino, int n) {
 // How one record ends the walk, or lets it go on.
 enum class TPaso { kSigue, kFallo, kFinConExito };
 
+// Shape types by the reader that takes them; kNinguna is read and skipped.
+enum class TFamilia { kPunto, kLinea, kMultiPunto, kNinguna };
+
+constexpr TFamilia FamiliaDe(int32_t T) {
+  switch (T) {
+    case shp::kPoint:
+    case shp::kPointZ:
+      return TFamilia::kPunto;
+    case shp::kPolyLine:
+    case shp::kPolygon:
+    case shp::kPolyLineZ:
+    case shp::kPolygonZ:
+      return TFamilia::kLinea;
+    case shp::kMultiPoint:
+    case shp::kMultiPointZ:
+      return TFamilia::kMultiPunto;
+    default:
+      return TFamilia::kNinguna;
+  }
+}
+
 class LecturaMapa {
  public:
   LecturaMapa(TPrivateDataSHP& d, TReadVectorMapPlugIn* reader, TStringPlugIn* err,
@@ -50,14 +72,24 @@ class LecturaMapa {
   // Damage found: the message goes out and the map is marked as refused, so
   // that no edit builds on what could not be read.
   TResultado Rechaza(const char* texto) {
-    EnviaError(err_, texto);
+    if (!FalloDelSistema()) EnviaError(err_, texto);
     rechazado_ = true;
     return TResultado::kFallo;
   }
   TPaso RechazaRegistro(int registro, const char* que) {
-    ErrorRegistro(err_, registro, que);
+    if (!FalloDelSistema()) ErrorRegistro(err_, registro, que);
     rechazado_ = true;
     return TPaso::kFallo;
+  }
+  // A read the system refused (an I/O error, not a file that ends early) is
+  // not damage of the map: the message names the file and the reason.
+  bool FalloDelSistema() {
+    TFicheroITV* f = F_.ErrnoSistema()                      ? &F_
+                     : d_.ShxAbierto() && X_.ErrnoSistema() ? &X_
+                                                            : nullptr;
+    if (!f) return false;
+    EnviaError(err_, mapio::Mensaje("read", f->GetNombre().c_str(), f->ErrnoSistema()).c_str());
+    return true;
   }
   bool ComparaCabeceras(long long N);
   TResultado Recorre(long long N);
@@ -66,6 +98,10 @@ class LecturaMapa {
   // stops at the first one that does, which the general step then takes.
   // Returns false when a record was refused or the host cancelled.
   bool RecorreSpan(long long N, long long& P, TResultado& r);
+  // The same walk for one shape family, its delivery chosen at compile time.
+  template <TFamilia kFamilia>
+  bool RecorreSpanDe(long long N, long long& P, TResultado& r, const unsigned char* pf, long nf,
+                     const unsigned char* px, long nx);
   // Hands one record's contents to the reader of its shape family.
   TErrorRegistro Entrega(int32_t T, const unsigned char* datos, int len, int id) {
     switch (T) {
@@ -215,50 +251,101 @@ TResultado LecturaMapa::Recorre(long long N) {
 }
 
 bool LecturaMapa::RecorreSpan(long long N, long long& P, TResultado& r) {
+  // A header type outside 1..31 (0 above all) matches no record the walk
+  // below could take: the general step reads the first one.
+  if (static_cast<uint32_t>(tipo_mapa_) - 1u > 30u) return true;
   long nf = 0, nx = 0;
   const unsigned char* pf = reinterpret_cast<const unsigned char*>(F_.VistaSpan(nf));
   const bool con_indice = d_.ShxAbierto();
   const unsigned char* px =
       con_indice ? reinterpret_cast<const unsigned char*>(X_.VistaSpan(nx)) : nullptr;
   if (!pf || (con_indice && !px)) return true;
+  // Every record of the walk has the map's type, so its reader is chosen once.
+  switch (FamiliaDe(tipo_mapa_)) {
+    case TFamilia::kPunto:
+      return RecorreSpanDe<TFamilia::kPunto>(N, P, r, pf, nf, px, nx);
+    case TFamilia::kLinea:
+      return RecorreSpanDe<TFamilia::kLinea>(N, P, r, pf, nf, px, nx);
+    case TFamilia::kMultiPunto:
+      return RecorreSpanDe<TFamilia::kMultiPunto>(N, P, r, pf, nf, px, nx);
+    case TFamilia::kNinguna:
+      break;
+  }
+  return RecorreSpanDe<TFamilia::kNinguna>(N, P, r, pf, nf, px, nx);
+}
+
+template <TFamilia kFamilia>
+bool LecturaMapa::RecorreSpanDe(long long N, long long& P, TResultado& r,
+                                const unsigned char* pf, long nf, const unsigned char* px,
+                                long nx) {
   // Every record taken here would pass each check of the general step; the
   // first that might not is left to it, so results and messages are the same.
+  // The limits are taken relative to the span: a record's header must lie
+  // within the span and the counted length (which ends within the file), its
+  // contents within the span and the file.
+  const long long P0 = P;
   const long long fin = 2 * N < tam_ ? 2 * N : tam_;
+  const long long lim_cab = nf < fin - P0 ? nf : fin - P0;
+  const long long lim_reg = nf < tam_ - P0 ? nf : tam_ - P0;
+  const long lim_idx = px ? nx : 0;
+  const int32_t tipo = tipo_mapa_;
+  const bool con_indice = px != nullptr;
+  const bool filtro = params_.inpoint;
   long uf = 0, ux = 0;
   bool sigue = true;
-  while (uf + 12 <= nf && (!con_indice || ux + 8 <= nx) && P + 12 <= fin && P + 4 < tam_) {
-    const unsigned char* cab = pf + uf;
-    const int32_t C = shp::GetBigInt(cab, 4);
-    const int32_t T = shp::GetInt(cab, 8);
-    if (shp::GetInt(cab, 0) == 0 || C < 2 || T != tipo_mapa_ ||
-        static_cast<uint32_t>(T) - 1u > 30u)
-      break;
-    const long bytes = 2L * C - 4;
-    if (bytes > nf - uf - 12 || P + 12 + bytes > tam_) break;
-    if (con_indice && (2LL * shp::GetBigInt(px + ux, 0) != P || shp::GetBigInt(px + ux, 4) != C))
-      break;
-    const int id = d_.RegistroLeido();
-    // The positions move first: a host callback may throw out of the read.
-    uf += 12 + bytes;
-    ux += con_indice ? 8 : 0;
-    P += 12 + bytes;
-    F_.SaltaEnSpan(12 + bytes);
-    if (con_indice) X_.SaltaEnSpan(8);
-    TErrorRegistro fallo = Entrega(T, cab + 12, static_cast<int>(bytes), id);
-    if (fallo) {
-      RechazaRegistro(id, fallo);
-      r = TResultado::kFallo;
-      sigue = false;
-      break;
+  // The positions stay local during the walk and reach the files when it
+  // ends, also when a point callback throws out of the read.
+  auto deja_posiciones = [&] {
+    F_.SaltaEnSpan(uf);
+    if (con_indice) X_.SaltaEnSpan(ux);
+    P = P0 + uf;
+  };
+  try {
+    while (uf + 12 <= lim_cab && (!con_indice || ux + 8 <= lim_idx)) {
+      const unsigned char* cab = pf + uf;
+      const int32_t C = shp::GetBigInt(cab, 4);
+      // The point reader needs 16 bytes of contents: shorter records go to
+      // the general step, which refuses them with its message.
+      const int32_t C_min = kFamilia == TFamilia::kPunto ? 10 : 2;
+      if (shp::GetInt(cab, 0) == 0 || C < C_min || shp::GetInt(cab, 8) != tipo) break;
+      const long long bytes = 2LL * C - 4;
+      if (uf + 12 + bytes > lim_reg) break;
+      // Offset in words and content length against the index entry; the
+      // lengths are compared as stored.
+      if (con_indice && (2LL * shp::GetBigInt(px + ux, 0) != P0 + uf ||
+                         shp::GetInt(px + ux, 4) != shp::GetInt(cab, 4)))
+        break;
+      const int id = d_.RegistroLeido();
+      uf += 12 + bytes;
+      ux += 8;
+      const unsigned char* datos = cab + 12;
+      TErrorRegistro fallo = nullptr;
+      if constexpr (kFamilia == TFamilia::kPunto) {
+        if (!filtro) Entrega_Punto(reader_, id, datos);
+      } else if constexpr (kFamilia == TFamilia::kLinea) {
+        fallo = Lee_Polilinea(reader_, tipo, datos, static_cast<int>(bytes), id, params_);
+      } else if constexpr (kFamilia == TFamilia::kMultiPunto) {
+        fallo = Lee_MultiPunto(reader_, tipo, datos, static_cast<int>(bytes), id, params_);
+      }
+      if (fallo) {
+        RechazaRegistro(id, fallo);
+        r = TResultado::kFallo;
+        sigue = false;
+        break;
+      }
+      if (Cancelado()) {
+        d_.LecturaParcial(P0 + uf);
+        r = TResultado::kFallo;
+        sigue = false;
+        break;
+      }
+      Avanza(2LL * C + 8);
     }
-    if (Cancelado()) {
-      d_.LecturaParcial(P);
-      r = TResultado::kFallo;
-      sigue = false;
-      break;
-    }
-    Avanza(2LL * C + 8);
+  } catch (...) {
+    deja_posiciones();
+    throw;
   }
+  deja_posiciones();
   return sigue;
 }
 

@@ -28,47 +28,23 @@ TSearchParams Lee_Opciones(const char* opciones) {
   return p;
 }
 
+TAtributosPorDefecto::TAtributosPorDefecto() { new (bytes) TLineAttributesPlugIn(); }
+const TAtributosPorDefecto kAtributosPorDefecto;
+
 namespace {
 
 using shp::GetDouble;
 using shp::GetInt;
 
-// Every delivered shape starts from the constructor's defaults; they are
-// built once, when the module loads, and copied byte for byte: the same
-// record at a fraction of the cost.
-struct Prototipo {
-  alignas(TLineAttributesPlugIn) unsigned char bytes[sizeof(TLineAttributesPlugIn)] = {};
-  Prototipo() { new (bytes) TLineAttributesPlugIn(); }
-};
-const Prototipo kPrototipo;
-
-// Storage for one delivered record, filled from the defaults.
+// Storage for one delivered line record, filled from the defaults.
 struct Atributos {
   alignas(TLineAttributesPlugIn) unsigned char bytes[sizeof(TLineAttributesPlugIn)];
-  Atributos() { std::memcpy(bytes, kPrototipo.bytes, sizeof bytes); }
+  Atributos() { std::memcpy(bytes, kAtributosPorDefecto.bytes, sizeof bytes); }
   TLineAttributesPlugIn& operator*() { return *reinterpret_cast<TLineAttributesPlugIn*>(bytes); }
 };
 
 int Manejador(TReadVectorMapPlugIn* reader, TLineAttributesPlugIn& attr) {
   return reader->BeginLine ? reader->BeginLine(reader, &attr) : -1;
-}
-
-// Deliberate: unlike lines, an exception from a callback here goes on to the host.
-void PuntoSuelto(TReadVectorMapPlugIn* reader, int id, double x, double y) {
-  Atributos a;
-  TLineAttributesPlugIn& attr = *a;
-  attr.id_bd = id;
-  attr.flags = 3;
-  attr.num_puntos = 1;
-  int h = Manejador(reader, attr);
-  TVectorPointPlugIn pt;
-  std::memset(&pt, 0, sizeof pt);
-  pt.tamanyo = 40;
-  pt.x = x;
-  pt.y = y;
-  pt.z = 0.0;
-  pt.m = -1.0;
-  if (reader->AddPoint) reader->AddPoint(reader, h, &pt, 1);
 }
 
 }  // namespace
@@ -111,7 +87,8 @@ TErrorRegistro Lee_Polilinea(TReadVectorMapPlugIn* reader, int tipo, const unsig
   try {
     int h = Manejador(reader, attr);
     if (!reader->AddPoint) return nullptr;
-    TVectorPointPlugIn pt;
+    TPuntoAlineado alineado;
+    TVectorPointPlugIn& pt = alineado.pt;
     std::memset(&pt, 0, sizeof pt);
     pt.tamanyo = 40;
     pt.m = -1.0;
@@ -122,13 +99,13 @@ TErrorRegistro Lee_Polilinea(TReadVectorMapPlugIn* reader, int tipo, const unsig
     if (con_z) {
       const unsigned char* z = datos + ini_z + 8LL * s;
       for (int i = s; i <= ultimo; i++, xy += 16, z += 8) {
-        std::memcpy(pxy, xy, 16);
-        std::memcpy(&pt.z, z, 8);
+        CopiaCoordenadas(pxy, xy, 2);
+        CopiaCoordenadas(reinterpret_cast<unsigned char*>(&pt.z), z, 1);
         reader->AddPoint(reader, h, &pt, i == ultimo ? 1 : 0);
       }
     } else {
       for (int i = s; i <= ultimo; i++, xy += 16) {
-        std::memcpy(pxy, xy, 16);
+        CopiaCoordenadas(pxy, xy, 2);
         reader->AddPoint(reader, h, &pt, i == ultimo ? 1 : 0);
       }
     }
@@ -147,8 +124,7 @@ TErrorRegistro Lee_MultiPunto(TReadVectorMapPlugIn* reader, int, const unsigned 
     return "its number of points does not fit its content length";
   if (params.inpoint || np < 1) return nullptr;
   // Only the first point of a multipoint reaches the host.
-  PuntoSuelto(reader, id, GetDouble(datos, shp::kMultiPoints),
-              GetDouble(datos, shp::kMultiPoints + 8));
+  Entrega_Punto(reader, id, datos + shp::kMultiPoints);
   return nullptr;
 }
 
@@ -156,6 +132,6 @@ TErrorRegistro Lee_Punto(TReadVectorMapPlugIn* reader, int, const unsigned char*
                          int id, const TSearchParams& params) {
   if (len < 16) return "its contents are too short for a point";
   if (params.inpoint) return nullptr;
-  PuntoSuelto(reader, id, GetDouble(datos, 0), GetDouble(datos, 8));
+  Entrega_Punto(reader, id, datos);
   return nullptr;
 }
