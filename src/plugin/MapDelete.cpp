@@ -36,6 +36,15 @@ class Borrado {
     return TResultado::kFallo;
   }
   TResultado Falla(const char* m) { return Falla(DString(m)); }
+  // A later record that does not carry its expected number: the bytes are
+  // already moved, and they stay so.
+  TResultado FallaRenumerando() {
+    fatal4_ = true;
+    return Falla("Fatal error 4 deleting item in SHP file");
+  }
+  // Ends the change that `r` says how it went: a write that failed undoes
+  // it; anything else is made to stand.
+  TResultado Termina(TResultado r);
   bool LeeNumero(TFicheroITV& f, long long pos, int32_t& v) {
     v = 0;
     if (!mapio::Lee(f, pos, &v, 4, msg_)) return false;
@@ -49,7 +58,7 @@ class Borrado {
   bool EnOrden() const;
   TResultado Renumera(long long S);
   TResultado RenumeraLiteral(long long S, long long N);
-  TResultado Termina(long long S) {
+  TResultado Quitado(long long S) {
     d_.RegistroQuitado(S / 2);
     return TResultado::kHecho;
   }
@@ -64,6 +73,7 @@ class Borrado {
   const long long bloque_;
   const bool literal_;
   long long tam_ = 0;               // the .shp's size on disk
+  bool fatal4_ = false;
   std::vector<unsigned char> idx_;  // entries k .. n as read from the index
   DString msg_;
 };
@@ -93,9 +103,10 @@ TResultado Borrado::Borra() {
 
   if (k_ == n_) {
     // The last record is zero-filled in place; its index entry stays in the
-    // file but falls outside the index length written on closing.
-    if (!mapio::Ceros(F_, O, S, msg_)) return TResultado::kFallo;
-    return Termina(S);
+    // file but falls outside the index length written in the header.
+    if (!d_.EmpiezaCambio(O, O + S, -1, -1, msg_)) return TResultado::kFallo;
+    if (!mapio::Ceros(F_, O, S, msg_)) return Termina(TResultado::kFallo);
+    return Termina(Quitado(S));
   }
   const long long N = Offset(k_ + 1);
   if (N < shp::kHeaderSize || N + 4 > tam_)
@@ -110,7 +121,15 @@ TResultado Borrado::Borra() {
     if (o < shp::kHeaderSize || o + 4 > tam_)
       return Falla(Rechazo(k_, "a later SHX entry points outside the SHP file"));
   }
-  return !literal_ && EnOrden() ? Renumera(S) : RenumeraLiteral(S, N);
+  if (!d_.EmpiezaCambio(O, -1, shp::IndexEntryPos(k_), -1, msg_)) return TResultado::kFallo;
+  return Termina(!literal_ && EnOrden() ? Renumera(S) : RenumeraLiteral(S, N));
+}
+
+TResultado Borrado::Termina(TResultado r) {
+  if (r == TResultado::kFallo && !fatal4_) return d_.DeshazCambio();
+  DString m;
+  if (d_.TerminaCambio(m) == TResultado::kFallo) return Falla(m);
+  return r;
 }
 
 // Later records that follow one another in file order, each at least a
@@ -173,8 +192,8 @@ TResultado Borrado::Renumera(long long S) {
   if (!mapio::Escribe(X_, shp::IndexEntryPos(k_), nuevo.data(),
                       static_cast<long long>(nuevo.size()), msg_))
     return TResultado::kFallo;
-  if (fallo) return Falla("Fatal error 4 deleting item in SHP file");
-  return Termina(S);
+  if (fallo) return FallaRenumerando();
+  return Quitado(S);
 }
 
 // Records out of file order: move first, then renumber entry by entry.
@@ -192,10 +211,10 @@ TResultado Borrado::RenumeraLiteral(long long S, long long N) {
     if (!PonNumero(X_, pos, static_cast<int32_t>(nuevo))) return TResultado::kFallo;
     if (nuevo < 0 || 2 * nuevo + 4 > tam_ || !LeeNumero(F_, 2 * nuevo, numero) ||
         numero != j + 1)
-      return Falla("Fatal error 4 deleting item in SHP file");
+      return FallaRenumerando();
     if (!PonNumero(F_, 2 * nuevo, static_cast<int32_t>(j))) return TResultado::kFallo;
   }
-  return Termina(S);
+  return Quitado(S);
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ VARDA_EXPORT int32_t VardaPlugIn_Close_Vector_Map(TVectorMapPlugIn* map) {
   DString msg;
   bool ok = false;
   try {
-    ok = d->Cierra(map->modo_escritura != 0, map->crear != 0, msg);
+    ok = d->Cierra(map->modo_escritura != 0, msg);
   } catch (const std::bad_alloc&) {
     msg = "Error: the map could not be closed (out of memory).";
   }

@@ -67,8 +67,11 @@ TResultado Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, 
   const long long delta = nuevo - viejo;
 
   if (delta == 0) {
-    if (!mapio::Escribe(F, offset + shp::kRecordHeaderSize, r.data() + 4, nuevo, msg))
+    if (!d.EmpiezaCambio(offset + shp::kRecordHeaderSize, offset + shp::kRecordHeaderSize + nuevo,
+                         -1, -1, msg))
       return TResultado::kFallo;
+    if (!mapio::Escribe(F, offset + shp::kRecordHeaderSize, r.data() + 4, nuevo, msg))
+      return d.DeshazCambio();
   } else {
     if (fin_shp > tam) {
       msg = ErrorEdicion(k, "the SHP header gives a length beyond the end of the file");
@@ -85,62 +88,40 @@ TResultado Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, 
     if (resto > 0 && !mapio::Lee(X, shp::IndexEntryPos(k + 1), e.data(),
                                  static_cast<long long>(e.size()), msg))
       return TResultado::kFallo;
-    if (!mapio::Mueve(F, offset + shp::kRecordHeaderSize + viejo, delta, fin_shp, msg))
-      return TResultado::kFallo;
-    shp::PutBigInt(r.data(), 0, static_cast<int32_t>(nuevo / 2));
-    if (!mapio::Escribe(F, offset + 4, r.data(), 4 + nuevo, msg) ||
-        !mapio::Escribe(X, shp::IndexEntryPos(k) + 4, r.data(), 4, msg))
-      return TResultado::kFallo;
     for (long long j = 0; j < resto; j++) {
       const long long at = j * shp::kIndexEntrySize;
       shp::PutBigInt(e.data(), at, static_cast<int32_t>(shp::GetBigInt(e.data(), at) + delta / 2));
     }
-    if (resto > 0 && !mapio::Escribe(X, shp::IndexEntryPos(k + 1), e.data(),
-                                     static_cast<long long>(e.size()), msg))
-      return TResultado::kFallo;
+    shp::PutBigInt(r.data(), 0, static_cast<int32_t>(nuevo / 2));
+    if (!d.EmpiezaCambio(offset, -1, shp::IndexEntryPos(k), -1, msg)) return TResultado::kFallo;
+    if (!mapio::Mueve(F, offset + shp::kRecordHeaderSize + viejo, delta, fin_shp, msg) ||
+        !mapio::Escribe(F, offset + 4, r.data(), 4 + nuevo, msg) ||
+        !mapio::Escribe(X, shp::IndexEntryPos(k) + 4, r.data(), 4, msg) ||
+        (resto > 0 && !mapio::Escribe(X, shp::IndexEntryPos(k + 1), e.data(),
+                                      static_cast<long long>(e.size()), msg)))
+      return d.DeshazCambio();
     d.RegistroCambiado(delta / 2);
   }
   // Deliberate: the box only ever grows; the replaced shape's extent stays in it.
   d.EnsanchaCaja(n, pts);
   d.ContenidoCambiado();
-  return TResultado::kHecho;
+  return d.TerminaCambio(msg);
 }
 
 TResultado Anyade(TPrivateDataSHP& d, bool crear, int tipo, TLineAttributesPlugIn& line, int n,
                   TVectorPointPlugIn* pts, DString& msg) {
-  TFicheroITV& F = d.Shp();
-  TFicheroITV& X = d.Shx();
-  if (!crear) {
-    d.AbsorbeMarcaContada();
-    // Consecutive appends find both files where the last one left them.
-    if (d.Marca() != TPrivateDataSHP::TMarcaFinal::kDebida &&
-        (!mapio::Situa(X, shp::kHeaderSize + 8LL * d.NumRegistros(), msg) ||
-         !mapio::Situa(F, d.FinShp(), msg)))
-      return TResultado::kFallo;
-  }
-  const long long P = F.PosActual64();
-
-  // Record header and contents, assembled and written in one run.
+  // Record header and contents, assembled to go out in one write.
   std::vector<unsigned char>& r = d.Bloque();
   r.assign(shp::kRecordHeaderSize, 0);
   const long long bytes = Compone_Elemento(tipo, n, pts, r);
-  if (P + shp::kRecordHeaderSize + bytes + 4 > kMaxBytesMapa) {
+  if (d.FinShp() + shp::kRecordHeaderSize + bytes + 4 > kMaxBytesMapa) {
     msg = DemasiadoGrande(d.Path());
     return TResultado::kFallo;
   }
-  const int32_t numero = d.NumRegistros() + 1;
-  const int32_t C = static_cast<int32_t>(bytes / 2);
-  shp::PutBigInt(r.data(), 0, numero);
-  shp::PutBigInt(r.data(), 4, C);
-  int32_t entrada[2] = {shp::Reverse(static_cast<int32_t>(P / 2)), shp::Reverse(C)};
-  if (!mapio::EscribeAqui(F, r.data(), static_cast<long long>(r.size()), msg) ||
-      !mapio::EscribeAqui(X, entrada, 8, msg))
+  int32_t numero = 0;
+  if (d.AnyadeRegistro(r, n, pts, crear, numero, msg) == TResultado::kFallo)
     return TResultado::kFallo;
-  // An existing map now owes its end mark after the record; a created one
-  // gets it once, on closing.
-  d.RegistroAnyadido(C, crear);
   line.id_bd = numero;
-  d.EnsanchaCaja(n, pts);
   return TResultado::kHecho;
 }
 

@@ -85,8 +85,8 @@ DString FormatoFichero(const char* formato, const char* por_defecto, const char*
   return out;
 }
 
-TPrivateDataSHP::TPrivateDataSHP(const char* path) {
-  path_ = path ? path : "";
+TPrivateDataSHP::TPrivateDataSHP(const char* path)
+    : path_(path ? path : ""), diario_(path_) {
   // Only the first word is cleared here; opening or reading fills the rest.
   std::memset(cabecera_, 0, 4);
 }
@@ -105,12 +105,16 @@ bool TPrivateDataSHP::HazBackups(DString& msg) {
   if (SistemaFicheros().Tipo(nombre_shp.c_str()) != TSistemaFicheros::kRegular ||
       SistemaFicheros().Tipo(nombre_shx.c_str()) != TSistemaFicheros::kRegular)
     return true;
+  const bool habia_shx = TFitxUtils::Verifica_Existencia_Archivo(bak_shx);
   const TStringNomFitx* fallido = nullptr;
   if (!TFitxUtils::Backup_File(nombre_shx, bak_shx))
     fallido = &bak_shx;
   else if (!TFitxUtils::Backup_File(nombre_shp, bak_shp))
     fallido = &bak_shp;
-  if (!fallido) return true;
+  if (!fallido) {
+    copias_frescas_ = !habia_shx;
+    return true;
+  }
   // A partial backup is worse than none: neither is kept, and the map is not
   // touched. The .shp backup is made last, since its presence means "done".
   const int e = errno;
@@ -123,9 +127,22 @@ bool TPrivateDataSHP::HazBackups(DString& msg) {
 bool TPrivateDataSHP::Abre(bool escribir, DString& msg) {
   TStringNomFitx nombre_shp(path_);
   TStringNomFitx nombre_shx = NombreShx(path_);
-  if (!EsFicheroUsable(nombre_shp.c_str(), msg) || !EsFicheroUsable(nombre_shx.c_str(), msg) ||
-      !CabeEnLongitud(nombre_shp.c_str(), msg))
+  if (!escribir) {
+    // What an interrupted session left is put right before anything else
+    // looks at the map: a journal (even of a map whose files it must make
+    // again), and backup copies it had not finished.
+    TDiarioMapa::TRecuperado recuperado;
+    if (!TDiarioMapa::Recupera(path_, recuperado, msg)) return false;
+    for (const TStringNomFitx* n : {&nombre_shp, &nombre_shx}) {
+      DString temporal(n->c_str());
+      temporal << ".bak.$$$";
+      if (SistemaFicheros().Tipo(temporal.c_str()) == TSistemaFicheros::kRegular)
+        SistemaFicheros().Borra(temporal.c_str());
+    }
+  }
+  if (!EsFicheroUsable(nombre_shp.c_str(), msg) || !EsFicheroUsable(nombre_shx.c_str(), msg))
     return false;
+  if (!CabeEnLongitud(nombre_shp.c_str(), msg)) return false;
   if (escribir && !HazBackups(msg)) return false;
 
   int modo = escribir ? kModoLeerEscribirMapa : kModoLeerMapa;
@@ -143,21 +160,50 @@ bool TPrivateDataSHP::Abre(bool escribir, DString& msg) {
 bool TPrivateDataSHP::Crea(DString& msg) {
   TStringNomFitx nombre_shp(path_);
   TStringNomFitx nombre_shx = NombreShx(path_);
+  // A journal of an earlier map under this name must not be played on the
+  // new one.
+  const DString& jnl = diario_.Nombre();
+  if (SistemaFicheros().Tipo(jnl.c_str()) != TSistemaFicheros::kNoExiste &&
+      !SistemaFicheros().Borra(jnl.c_str())) {
+    msg = mapio::Mensaje("remove", jnl.c_str(), errno);
+    return false;
+  }
+  // The new map's run of appends starts, durable, before either file is
+  // made: an interruption then leaves the new map, never half-made files.
+  // A folder where nothing can be made gets the message of a file that
+  // cannot be made.
+  bool sin_diario = false;
+  if (!diario_.EmpiezaMapaNuevo(msg, sin_diario)) {
+    if (sin_diario)
+      msg = FormatoFichero(nullptr, "Error writing %s file.", nombre_shp.c_str());
+    return false;
+  }
+  // A new map starts with 100 zero bytes in each file; the real headers are
+  // written when the run ends, once something was added.
+  std::memset(cabecera_, 0, sizeof cabecera_);
   for (int i = 0; i < 2; i++) {
     TFicheroITV& f = i == 0 ? shp_ : shx_;
     const TStringNomFitx& nombre = i == 0 ? nombre_shp : nombre_shx;
-    if (!f.Abre(nombre, kModoCrearMapa, nullptr)) {
+    // Open for reading as well: the run is played from what it wrote.
+    if (!f.Abre(nombre, kModoCrearMapa | MODO_ACTUALIZAR, nullptr)) {
+      // Deliberate: a .shp made before its index failed stays, empty.
       msg = FormatoFichero(nullptr, "Error writing %s file.", nombre.c_str());
+      diario_.Abandona();
       return false;
     }
   }
-  // A new map starts with 100 zero bytes in each file; the real headers are
-  // written on closing, once something was added.
-  std::memset(cabecera_, 0, sizeof cabecera_);
   if (!mapio::EscribeAqui(shp_, cabecera_, shp::kHeaderSize, msg) ||
-      !mapio::EscribeAqui(shx_, cabecera_, shp::kHeaderSize, msg))
+      !mapio::EscribeAqui(shx_, cabecera_, shp::kHeaderSize, msg)) {
+    // Files that could not even take their headers make no map.
+    shp_.CierraEx(true, nullptr);
+    shx_.CierraEx(true, nullptr);
+    SistemaFicheros().Borra(nombre_shp.c_str());
+    SistemaFicheros().Borra(nombre_shx.c_str());
+    diario_.Abandona();
     return false;
+  }
   num_registros_ = 0;
+  long_shp_words_ = shp::kHeaderSize / 2;
   extremos_ = false;
   marca_ = TMarcaFinal::kAlCerrar;
   return true;
@@ -208,7 +254,7 @@ bool TPrivateDataSHP::CompletaRecuento(DString& msg) {
   bool marca = false;
   // The same ends as reading's: the end of the file or of the counted length,
   // or a zero record number (an end mark).
-  while (P + 4 < tam && P < fin) {
+  while (P + 4 <= tam && P < fin) {
     unsigned char cab[8];
     if (!mapio::Lee(shp_, P, cab, P + 8 <= tam ? 8 : 4, msg)) return false;
     if (shp::GetInt(cab, 0) == 0) {
@@ -244,13 +290,6 @@ static int32_t SumaPalabras(int32_t w, long long delta) {
   return static_cast<int32_t>(static_cast<uint32_t>(w) + static_cast<uint32_t>(delta));
 }
 
-void TPrivateDataSHP::RegistroAnyadido(int32_t palabras, bool creado) {
-  num_registros_++;
-  long_shp_words_ = SumaPalabras(long_shp_words_, 4LL + palabras);
-  if (!creado) marca_ = TMarcaFinal::kDebida;
-  modificado_ = true;
-}
-
 void TPrivateDataSHP::RegistroCambiado(long long delta) {
   long_shp_words_ = SumaPalabras(long_shp_words_, delta);
   modificado_ = true;
@@ -268,42 +307,122 @@ void TPrivateDataSHP::AbsorbeMarcaContada() {
   marca_ = TMarcaFinal::kNinguna;
 }
 
+TPrivateDataSHP::TFoto TPrivateDataSHP::Foto() const {
+  TFoto f;
+  std::memcpy(f.cabecera, cabecera_, sizeof cabecera_);
+  f.num_registros = num_registros_;
+  f.extremos = extremos_;
+  f.long_shp_words = long_shp_words_;
+  f.marca = marca_;
+  f.modificado = modificado_;
+  return f;
+}
+
+void TPrivateDataSHP::Restablece(const TFoto& f) {
+  std::memcpy(cabecera_, f.cabecera, sizeof cabecera_);
+  num_registros_ = f.num_registros;
+  extremos_ = f.extremos;
+  long_shp_words_ = f.long_shp_words;
+  marca_ = f.marca;
+  modificado_ = f.modificado;
+}
+
+bool TPrivateDataSHP::EmpiezaCambio(long long desde_shp, long long hasta_shp, long long desde_shx,
+                                    long long hasta_shx, DString& msg) {
+  antes_ = Foto();
+  // Fresh copies hold the map exactly as it is: nothing needs copying again.
+  const bool copias = copias_frescas_;
+  copias_frescas_ = false;
+  bool ok = diario_.Empieza(diario::kDeshacer, false, num_registros_, 0, shp_, shx_, msg);
+  if (ok && copias) {
+    ok = diario_.GuardaCopia(diario::kCopiaShp, shp_.FileSize64(), msg) &&
+         diario_.GuardaCopia(diario::kCopiaShx, shx_.FileSize64(), msg);
+  } else if (ok) {
+    ok = diario_.Guarda(diario::kShp, shp_, 0, shp::kHeaderSize, msg) &&
+         diario_.Guarda(diario::kShp, shp_, desde_shp, hasta_shp, msg) &&
+         diario_.Guarda(diario::kShx, shx_, 0, shp::kHeaderSize, msg) &&
+         diario_.Guarda(diario::kShx, shx_, desde_shx, hasta_shx, msg);
+  }
+  if (ok && diario_.Confirma(msg)) return true;
+  diario_.Abandona();
+  return false;
+}
+
+TResultado TPrivateDataSHP::TerminaCambio(DString& msg) {
+  if ((!modificado_ || EscribeCabeceras(msg)) && diario_.Termina(shp_, shx_, msg))
+    return TResultado::kHecho;
+  return DeshazCambio();
+}
+
+TResultado TPrivateDataSHP::DeshazCambio() {
+  DString m;
+  if (!diario_.Aplica(shp_, shx_, m) || !diario_.Termina(shp_, shx_, m)) diario_.Deja();
+  Restablece(antes_);
+  return TResultado::kFallo;
+}
+
+bool TPrivateDataSHP::EmpiezaAnyadidos(bool creado, DString& msg) {
+  // What the run overwrites: the headers, and whatever stands where its
+  // records and index entries go.
+  copias_frescas_ = false;
+  const bool ok =
+      diario_.Empieza(diario::kAnyadidos, creado, num_registros_, FinShp(), shp_, shx_, msg) &&
+      diario_.Guarda(diario::kShp, shp_, 0, shp::kHeaderSize, msg) &&
+      diario_.Guarda(diario::kShp, shp_, FinShp(), -1, msg) &&
+      diario_.Guarda(diario::kShx, shx_, 0, shp::kHeaderSize, msg) &&
+      diario_.Guarda(diario::kShx, shx_, shp::IndexEntryPos(num_registros_ + 1), -1, msg) &&
+      diario_.Confirma(msg);
+  if (!ok) diario_.Abandona();
+  return ok;
+}
+
+TResultado TPrivateDataSHP::AnyadeRegistro(std::vector<unsigned char>& r, int n,
+                                           const TVectorPointPlugIn* pts, bool creado,
+                                           int32_t& numero, DString& msg) {
+  const TFoto antes = Foto();
+  if (!creado) AbsorbeMarcaContada();
+  if (!diario_.Activo() && !EmpiezaAnyadidos(creado, msg)) {
+    Restablece(antes);
+    return TResultado::kFallo;
+  }
+  const int32_t C = static_cast<int32_t>((r.size() - shp::kRecordHeaderSize) / 2);
+  numero = num_registros_ + 1;
+  shp::PutBigInt(r.data(), 0, numero);
+  shp::PutBigInt(r.data(), 4, C);
+  EnsanchaCaja(n, pts);
+  if (!diario_.Anyade(r.data(), r.size(), FinShp(), cabecera_, msg)) {
+    Restablece(antes);
+    return TResultado::kFallo;
+  }
+  num_registros_++;
+  long_shp_words_ = SumaPalabras(long_shp_words_, 4LL + C);
+  if (!creado) marca_ = TMarcaFinal::kDebida;
+  modificado_ = true;
+  return TResultado::kHecho;
+}
+
 bool TPrivateDataSHP::PagaMarcaFinal(DString& msg) {
-  if (marca_ != TMarcaFinal::kDebida) return true;
-  int32_t cero = 0;
-  if (!mapio::Escribe(shp_, FinShp(), &cero, 4, msg)) return false;
-  marca_ = TMarcaFinal::kNinguna;
+  if (!diario_.Activo()) return true;
+  // On failure the run stays open: a later call, or closing, tries again
+  // from the journal, which holds every append.
+  if (!diario_.Aplica(shp_, shx_, msg) || !diario_.Termina(shp_, shx_, msg)) return false;
+  if (marca_ == TMarcaFinal::kDebida) marca_ = TMarcaFinal::kNinguna;
   return true;
 }
 
-bool TPrivateDataSHP::EscribeCabeceras(bool creado, DString& msg) {
-  long long long_shp, long_shx;
-  if (creado) {
-    // The 32-bit end mark of a created map, counted in its length.
-    const long long pos_shp = shp_.PosActual64();
-    int32_t cero = 0;
-    if (!mapio::EscribeAqui(shp_, &cero, 4, msg)) return false;
-    long_shp = pos_shp + 4;
-    long_shx = shx_.PosActual64();
-  } else {
-    long_shp = FinShp();
-    long_shx = shp::kHeaderSize + 8LL * num_registros_;
-  }
+bool TPrivateDataSHP::EscribeCabeceras(DString& msg) {
   shp::PutBigInt(cabecera_, shp::kHdrFileCode, shp::kFileCode);
   shp::PutInt(cabecera_, shp::kHdrVersion, shp::kVersion);
-  shp::PutBigInt(cabecera_, shp::kHdrFileLength, static_cast<int32_t>(long_shp / 2));
+  shp::PutBigInt(cabecera_, shp::kHdrFileLength, static_cast<int32_t>(FinShp() / 2));
   if (!mapio::Escribe(shp_, 0, cabecera_, shp::kHeaderSize, msg)) return false;
-  shp::PutBigInt(cabecera_, shp::kHdrFileLength, static_cast<int32_t>(long_shx / 2));
+  shp::PutBigInt(cabecera_, shp::kHdrFileLength,
+                 static_cast<int32_t>(shp::IndexEntryPos(num_registros_ + 1) / 2));
   return mapio::Escribe(shx_, 0, cabecera_, shp::kHeaderSize, msg);
 }
 
-bool TPrivateDataSHP::Cierra(bool escritura, bool creado, DString& msg) {
-  bool ok = true;
-  if (escritura) {
-    ok = PagaMarcaFinal(msg);
-    if (ok && modificado_) ok = EscribeCabeceras(creado, msg);
-    if (ok) ok = mapio::Vuelca(shp_, msg) && mapio::Vuelca(shx_, msg);
-  }
+bool TPrivateDataSHP::Cierra(bool escritura, DString& msg) {
+  bool ok = !escritura || PagaMarcaFinal(msg);
+  if (!ok) diario_.Deja();
   // Both files are closed whatever happened; a failed close is reported
   // only when nothing before it failed.
   const bool shp_cerrado = shp_.CierraEx(true, nullptr) != 0 || !escritura;

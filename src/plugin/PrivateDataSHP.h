@@ -11,6 +11,7 @@
 
 #include "VardaPlugIn.h"
 #include "file/FicheroITV.h"
+#include "plugin/MapJournal.h"
 #include "string/DString.h"
 
 // Open modes of the two files.
@@ -31,8 +32,8 @@ class TPrivateDataSHP {
   // What stands, or is owed, after the last record of the .shp.
   enum class TMarcaFinal {
     kNinguna,   // the counted length ends with the last record
-    kDebida,    // appends to an existing map owe a 32-bit zero after the last
-                // one; the files stand where the next append goes
+    kDebida,    // appends to an existing map, held in the journal, owe a
+                // 32-bit zero after the last one
     kContada,   // the last word counted in the length is a zero end mark that
                 // reading stopped on (a map created here ends so)
     kAlCerrar,  // a map being created: the mark is written once, on closing
@@ -46,16 +47,18 @@ class TPrivateDataSHP {
 
   // ------------------------------------------------ opening and closing
   // Opens the .shp and, if present, the .shx; for reading and writing makes
-  // the one-time ".bak" copies first. On failure `msg` holds the text.
+  // the one-time ".bak" copies first. A journal left by an interrupted
+  // session is played before. On failure `msg` holds the text.
   bool Abre(bool escribir, DString& msg);
   // Creates both files, each starting with 100 zero bytes.
   bool Crea(DString& msg);
   // Brings an existing map into write mode: backups, then both files reopened
   // read/write. A failed backup leaves the map open for reading, untouched.
   bool PasaAEscritura(DString& msg);
-  // Writes what closing owes (end mark, headers when changed) and closes both
-  // files, the .shp first. False with `msg` when anything of it failed.
-  bool Cierra(bool escritura, bool creado, DString& msg);
+  // Writes what closing owes (a run of appends) and closes both files, the
+  // .shp first. False with `msg` when anything of it failed; appends that
+  // could not be written stay in the journal for the next opening.
+  bool Cierra(bool escritura, DString& msg);
 
   // ------------------------------------------------ what the host sees
   TFicheroITV& Shp() { return shp_; }
@@ -107,31 +110,59 @@ class TPrivateDataSHP {
   // stopped: no change can then be made safely.
   bool CompletaRecuento(DString& msg);
 
-  // ------------------------------------------------ changes, once written
-  // An appended record of `palabras` content words; an existing map then
-  // owes its end mark.
-  void RegistroAnyadido(int32_t palabras, bool creado);
+  // ------------------------------------------------ replacing and deleting
+  // Each change is all or nothing. Before its first write the journal keeps
+  // the bytes [desde, hasta) of each file (hasta < 0: to its end; desde < 0:
+  // none) that the change may overwrite, and both headers.
+  bool EmpiezaCambio(long long desde_shp, long long hasta_shp, long long desde_shx,
+                     long long hasta_shx, DString& msg);
+  // The change is written: the headers as closing writes them, both files
+  // made durable, the journal removed. When any of it fails the change is
+  // undone and `msg` tells why.
+  TResultado TerminaCambio(DString& msg);
+  // A write of the change failed: both files and the state are put back as
+  // they were before it (or, when even that fails, at the next opening).
+  TResultado DeshazCambio();
   // A replaced record whose contents changed by `delta` words.
   void RegistroCambiado(long long delta);
   // A record of `palabras` words (header included) cut out.
   void RegistroQuitado(long long palabras);
   void ContenidoCambiado() { modificado_ = true; }
 
-  // ------------------------------------------------ the end mark
-  // Writes the end mark an append left owed; every operation other than a
+  // ------------------------------------------------ appending
+  // Appends the record in `r` (8 bytes left for its header, then its
+  // contents) after the last one, widening the box by the points. The record
+  // goes into the journal only, in one write; the run's end puts it into the
+  // map. Sets `numero` to the new record's number. On failure nothing changed.
+  TResultado AnyadeRegistro(std::vector<unsigned char>& r, int n, const TVectorPointPlugIn* pts,
+                            bool creado, int32_t& numero, DString& msg);
+  // Ends a run of appends: writes them, the end mark they owe and both
+  // headers into the map and makes it durable. Every operation other than a
   // further append calls it first.
   bool PagaMarcaFinal(DString& msg);
-  // An append to an existing map overwrites a counted end mark, as it
-  // overwrites every end mark, instead of leaving it between the records.
-  void AbsorbeMarcaContada();
 
   // Working storage reused from call to call, never seen by the host.
   std::vector<unsigned char>& Registro() { return registro_; }
   std::vector<unsigned char>& Bloque() { return bloque_; }
 
  private:
-  bool EscribeCabeceras(bool creado, DString& msg);
+  // What a change may alter in memory, put back when it fails.
+  struct TFoto {
+    unsigned char cabecera[100];
+    int32_t num_registros;
+    bool extremos;
+    int32_t long_shp_words;
+    TMarcaFinal marca;
+    bool modificado;
+  };
+  TFoto Foto() const;
+  void Restablece(const TFoto& f);
+  bool EmpiezaAnyadidos(bool creado, DString& msg);
+  bool EscribeCabeceras(DString& msg);
   bool HazBackups(DString& msg);
+  // An append to an existing map overwrites a counted end mark, as it
+  // overwrites every end mark, instead of leaving it between the records.
+  void AbsorbeMarcaContada();
 
   TFicheroITV shp_;
   TFicheroITV shx_;
@@ -145,6 +176,11 @@ class TPrivateDataSHP {
   TMarcaFinal marca_ = TMarcaFinal::kNinguna;
   TLectura lectura_ = TLectura::kSinLeer;
   long long siguiente_ = 0;  // after a partial read: where counting goes on
+  // The .bak copies were made by this very opening, just now: the first
+  // change's journal may point at them instead of copying the map again.
+  bool copias_frescas_ = false;
+  TDiarioMapa diario_;
+  TFoto antes_{};  // the state before the change under way
   std::vector<unsigned char> registro_;
   std::vector<unsigned char> bloque_;
 };

@@ -24,6 +24,7 @@
 
 #include "VardaPlugIn.h"
 #include "file/SistemaFicheros.h"
+#include "support/EditRun.h"
 #include "support/FaultDisk.h"
 #include "support/HostMap.h"
 #include "support/MemoryDisk.h"
@@ -45,113 +46,6 @@ ShpImage Original() {
   for (const auto& r : kRecords) all.insert(all.end(), r.begin(), r.end());
   return PolyLinesImage(kRecords, all);
 }
-
-std::vector<XYZ> Line(int n, double at) {
-  std::vector<XYZ> v;
-  for (int i = 0; i < n; i++) v.push_back({at + i, at - i, 0});
-  return v;
-}
-
-std::string BaseName(const std::string& path) {
-  const size_t slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-// What one call of the scenario answered.
-struct Outcome {
-  std::string call;
-  int result = 0;
-  std::vector<std::string> messages;  // for closing: what it printed
-  int injected = 0;                   // failures injected during the call
-  std::string into;                   // the file the last of them struck
-  bool after_failure = false;         // the closing after a failed call
-};
-
-// One map driven through the linked functions with host records laid out as
-// a host lays them; once a call fails the scenario's later calls are not
-// made, but an open map is still closed.
-class EditRun {
- public:
-  // `faults`, when given, tells which call met an injected failure.
-  EditRun(const FaultDisk* faults, std::string path, bool create)
-      : faults_(faults), map_(create), path_(std::move(path)) {}
-  ~EditRun() {
-    if (open_) Close();
-  }
-
-  void Open() {
-    Call("open", [&] {
-      std::vector<char> p(path_.begin(), path_.end());
-      p.push_back('\0');
-      const int r = VardaPlugIn_Open_Vector_Map(p.data(), Map(), Sink());
-      open_ = r == 1;
-      return r;
-    });
-  }
-  void Read() {
-    Call("read", [&] { return VardaPlugIn_Read_Vector_Map3(Map(), Rd(), Sink(), nullptr); });
-  }
-  void Add(int n, int32_t id) {
-    Call("add " + std::to_string(n) + " points as " + std::to_string(id), [&] {
-      Bytes attrs = LineAttrs(0, id);
-      Bytes pts = PointArray(Line(n, 100 + id));
-      return VardaPlugIn_Add_Poliline_Vector_Map(
-          Map(), reinterpret_cast<TLineAttributesPlugIn*>(attrs.data()), n,
-          reinterpret_cast<TVectorPointPlugIn*>(pts.data()), Sink());
-    });
-  }
-  void Delete(int32_t id) {
-    Call("delete " + std::to_string(id),
-         [&] { return VardaPlugIn_Delete_Poliline_Vector_Map(Map(), id, Sink()); });
-  }
-  void Close() {
-    if (!open_) return;
-    const bool after_failure = failed_;
-    failed_ = false;  // closing is made in any case
-    Call("close", [&] {
-      open_ = false;
-      ::testing::internal::CaptureStderr();
-      const int r = VardaPlugIn_Close_Vector_Map(Map());
-      closing_text_ = ::testing::internal::GetCapturedStderr();
-      return r;
-    });
-    outcomes.back().after_failure = after_failure;
-  }
-
-  std::vector<Outcome> outcomes;
-
- private:
-  TVectorMapPlugIn* Map() { return static_cast<TVectorMapPlugIn*>(map_.rec()); }
-  TStringPlugIn* Sink() { return static_cast<TStringPlugIn*>(sink_.rec()); }
-  TReadVectorMapPlugIn* Rd() { return static_cast<TReadVectorMapPlugIn*>(reader_.rec()); }
-
-  void Call(const std::string& name, const std::function<int()>& call) {
-    if (failed_) return;
-    Outcome o;
-    o.call = name;
-    const int injected = faults_ ? faults_->Injected() : 0;
-    const size_t messages = sink_.messages.size();
-    closing_text_.clear();
-    o.result = call();
-    if (faults_) {
-      o.injected = faults_->Injected() - injected;
-      o.into = faults_->InjectedInto();
-    }
-    o.messages.assign(sink_.messages.begin() + static_cast<long>(messages), sink_.messages.end());
-    if (!closing_text_.empty()) o.messages.push_back(closing_text_);
-    if (o.result != 1) failed_ = true;
-    outcomes.push_back(o);
-  }
-
-  const FaultDisk* faults_;
-  HostMap map_;
-  ErrorSink sink_;
-  Reader reader_;
-  std::string path_;
-  std::string closing_text_;
-  bool open_ = false;
-  bool failed_ = false;
-};
 
 struct Scenario {
   const char* name;
@@ -183,51 +77,6 @@ const struct {
     {FaultDisk::kClose, "close"},
 };
 
-std::string Show(const std::vector<Outcome>& outcomes) {
-  std::string s;
-  for (const Outcome& o : outcomes) {
-    s += "\n  " + o.call + " -> " + std::to_string(o.result);
-    if (o.injected) s += " (failure injected into " + o.into + ")";
-    for (const std::string& m : o.messages) s += "\n    \"" + m + "\"";
-  }
-  return s;
-}
-
-// One message that names `file` and the reason of `error`.
-void CheckMessage(const Outcome& o, const std::string& file, int error,
-                  const std::vector<Outcome>& all) {
-  EXPECT_EQ(o.result, 0) << "the failure went unreported" << Show(all);
-  ASSERT_EQ(o.messages.size(), 1u) << Show(all);
-  EXPECT_NE(o.messages[0].find(file), std::string::npos) << "no file name" << Show(all);
-  EXPECT_NE(o.messages[0].find(std::strerror(error)), std::string::npos) << "no reason" << Show(all);
-}
-
-// The call that met the injected failure (null when none did), checked:
-// every call before it succeeded, and it failed naming the file the failure
-// struck (a temporary file by the name it stands for) and the reason.
-const Outcome* CheckReported(const std::vector<Outcome>& got, int error) {
-  size_t i = 0;
-  while (i < got.size() && got[i].injected == 0) i++;
-  if (i == got.size()) return nullptr;
-  for (size_t j = 0; j < i; j++) EXPECT_EQ(got[j].result, 1) << Show(got);
-  std::string file = BaseName(got[i].into);
-  if (file.size() > 4 && file.compare(file.size() - 4, 4, ".$$$") == 0) file.resize(file.size() - 4);
-  CheckMessage(got[i], file, error, got);
-  return &got[i];
-}
-
-// The backups of `shp` among `files` are absent or the original files.
-void CheckBackups(const FileImages& files, const std::string& shp, const ShpImage& original,
-                  const std::string& what) {
-  for (const auto& bak : {std::make_pair(shp + ".bak", &original.shp),
-                          std::make_pair(ShxOf(shp) + ".bak", &original.shx)}) {
-    auto it = files.find(bak.first);
-    if (it != files.end()) {
-      EXPECT_TRUE(SameBytes(*bak.second, it->second)) << what << ": " << bak.first;
-    }
-  }
-}
-
 class EditFaultTest : public ::testing::Test {
  protected:
   const std::string kDir = "/maps";
@@ -253,7 +102,18 @@ class EditFaultTest : public ::testing::Test {
     return run.outcomes;
   }
   // Only the map's files and their backups, and the backups whole or absent.
-  void CheckFolder(const Scenario& s, const std::string& what) {
+  // Appends that closing could not write stay in the journal, and the next
+  // opening writes them: the map is then as closing would have left it.
+  void CheckFolder(const Scenario& s, const std::vector<Outcome>& got, const FileImages& expected,
+                   const std::string& what) {
+    if (mem.Exists(kShp + ".jnl")) {
+      EXPECT_EQ(got.back().call, "close") << what << ": journal left by a failed " << got.back().call;
+      faults.Reset();
+      EditRun reopen(nullptr, kShp, false);
+      reopen.Open();
+      reopen.Close();
+      EXPECT_EQ(mem.Files(), expected) << what << ": the journal did not give the closed map";
+    }
     for (const std::string& n : mem.Names())
       EXPECT_TRUE(n == kShp || n == kShx || n == kShp + ".bak" || n == kShx + ".bak")
           << what << ": left behind " << n;
@@ -287,12 +147,19 @@ TEST_F(EditFaultTest, EveryFailedOperationIsReportedOnceAndNothingIsHalfBackedUp
         faults.Reset();
         faults.Fail(kind.op, n, ENOSPC);
         const std::vector<Outcome> got = Play(s);
-        CheckFolder(s, what);
-        if (faults.Injected() == 0) {
-          // Past the last operation: the edit as without failures.
-          EXPECT_GT(n, counts[kind.op]);
+        const bool injected = faults.Injected() != 0;
+        const bool closing_journal = kind.op == FaultDisk::kClose && injected &&
+                                     BaseName(faults.InjectedInto()) == "MAP.shp.jnl";
+        if (!injected || closing_journal) {
+          // Past the last operation, or at the closing of a journal that was
+          // already made durable and marked done: the edit as without failures.
+          if (!closing_journal) {
+            EXPECT_GT(n, counts[kind.op]);
+          }
           for (const Outcome& o : got) EXPECT_EQ(o.result, 1) << Show(got);
           EXPECT_EQ(mem.Files(), expected) << "the files differ from those of the same edit without failures";
+          CheckFolder(s, got, expected, what);
+          if (closing_journal) continue;
           break;
         }
         ASSERT_LE(n, 4 * counts[kind.op] + 50) << "the failure makes the edit run away" << Show(got);
@@ -305,13 +172,18 @@ TEST_F(EditFaultTest, EveryFailedOperationIsReportedOnceAndNothingIsHalfBackedUp
           EXPECT_TRUE(SameBytes(original.shp, mem.Get(kShp)));
           EXPECT_TRUE(SameBytes(original.shx, mem.Get(kShx)));
         }
+        CheckFolder(s, got, expected, what);
       }
       // Every call that writes met a failed write for some n: the edits,
-      // closing (the headers), and opening a created map (its empty headers).
+      // closing after appends (they go into the map then), and opening a
+      // created map (its empty headers).
       if (kind.op == FaultDisk::kWrite) {
+        bool appends = false;
         for (const Outcome& o : clean) {
           const std::string verb = o.call.substr(0, o.call.find(' '));
-          if (verb == "read" || (verb == "open" && !s.create)) continue;
+          if (verb == "add") appends = appends || s.create || o.call.find(" as 0") != std::string::npos;
+          if (verb == "read" || (verb == "open" && !s.create) || (verb == "close" && !appends))
+            continue;
           EXPECT_TRUE(failed_calls.count(verb)) << s.name << ": no write failure met " << verb;
         }
       }
@@ -383,6 +255,7 @@ TEST_F(EditFaultOnDiskTest, FirstChangeWithEveryWriteFailing) {
     ASSERT_EQ(PutMap(dir, "MAP", original), shp);
     std::remove((shp + ".bak").c_str());
     std::remove((shx + ".bak").c_str());
+    std::remove((shp + ".jnl").c_str());  // appends a failed closing kept
     FaultDisk faults(disk);
     ScopedFileSystem use(faults);
     if (n > 0) faults.Fail(FaultDisk::kWrite, n, ENOSPC);
