@@ -106,7 +106,7 @@ int RunVersion(const std::string& plugin_path, std::ostream& out) {
 
 int RunInfo(const std::string& plugin_path, const std::string& path, std::ostream& out) {
   PlugIn plugin(plugin_path);
-  Map map(plugin, path, false);
+  Map map(plugin, path, false, false);
   Progress progress("reading " + path);
   ReadOutcome read = map.Read("", &progress, false);
   if (read.cancelled) throw Cancelled();
@@ -114,6 +114,7 @@ int RunInfo(const std::string& plugin_path, const std::string& path, std::ostrea
   const std::string index = IndexPathFor(path);
 
   Row(out, "map", path);
+  if (!map.recovered().empty()) Row(out, "recovered", map.recovered());
   if (!h.present) {
     Row(out, "header", "shorter than the 100-byte shapefile header");
   } else {

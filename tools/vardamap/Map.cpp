@@ -6,8 +6,11 @@
 #include <new>
 #include <type_traits>
 
+#include "Commands.h"
 #include "Errors.h"
+#include "Journal.h"
 #include "Progress.h"
+#include "ShpHeader.h"
 
 namespace vardamap {
 
@@ -141,7 +144,10 @@ void AddPoint(TReadVectorMapPlugIn* self, int32_t line, TVectorPointPlugIn* poin
 
 }  // namespace
 
-Map::Map(PlugIn& plugin, const std::string& path, bool create) : plugin_(plugin), path_(path) {
+Map::Map(PlugIn& plugin, const std::string& path, bool create, bool warn_recovery)
+    : plugin_(plugin), path_(path) {
+  // Read before the opening, which plays the journal and removes it.
+  const JournalFound journal = InspectJournal(path);
   std::memset(&record_, 0, sizeof record_);
   record_.crear = create ? 1 : 0;
   std::vector<std::string> messages;
@@ -153,6 +159,11 @@ Map::Map(PlugIn& plugin, const std::string& path, bool create) : plugin_(plugin)
     throw Failed(path + ": " + (why.empty() ? "the plug-in could not open the map" : why));
   }
   open_ = true;
+  if (journal.kind == JournalFound::kNone || FileSize(journal.path) >= 0) return;
+  // The records the map now holds, as its index counts them.
+  const long long index = FileSize(IndexPathFor(path));
+  recovered_ = DescribeRecovery(journal, index >= 100 ? (index - 100) / 8 : 0);
+  if (warn_recovery && !recovered_.empty()) Warn(path + ": " + recovered_);
 }
 
 Map::~Map() { Close(); }

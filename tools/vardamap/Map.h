@@ -68,7 +68,10 @@ struct ReadOutcome {
 class Map {
  public:
   // Throws ToolError(kExitFailed) with the plug-in's message when it refuses.
-  Map(PlugIn& plugin, const std::string& path, bool create);
+  // A journal left beside the map by an interrupted session is played by the
+  // plug-in inside the opening; what it did is kept in recovered() and, when
+  // `warn_recovery` is set, said in a warning.
+  Map(PlugIn& plugin, const std::string& path, bool create, bool warn_recovery = true);
   ~Map();
   Map(const Map&) = delete;
   Map& operator=(const Map&) = delete;
@@ -100,6 +103,9 @@ class Map {
   void Close();
   bool index_found() const { return record_.shx_abierto != 0; }
   const std::string& path() const { return path_; }
+  // What the opening did with a journal it found, in one sentence; empty
+  // when there was none (or only a finished change's leftover).
+  const std::string& recovered() const { return recovered_; }
 
  private:
   ReadOutcome Collect(const std::string& options, Progress* progress, bool keep_points,
@@ -111,6 +117,7 @@ class Map {
   std::string path_;
   TVectorMapPlugIn record_;
   bool open_ = false;
+  std::string recovered_;
 };
 
 }  // namespace vardamap
