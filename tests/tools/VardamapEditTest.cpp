@@ -184,7 +184,9 @@ TEST(VardamapCancel, ReadsStopCleanlyWithExitCode130) {
     EXPECT_EQ(r.code, 130) << args[0] << ": " << r.err;
     EXPECT_EQ(r.err, "vardamap: the read was cancelled\n") << args[0];
     // dump streams what it has read; the others print only at the end.
-    if (args[0] != "dump") EXPECT_TRUE(r.out.empty()) << args[0] << ": " << r.out;
+    if (args[0] != "dump") {
+      EXPECT_TRUE(r.out.empty()) << args[0] << ": " << r.out;
+    }
   }
   Result add = Vardamap({"add", map}, "1 1\n2 2\n", {"VARDAMAP_CANCEL_AFTER=3"});
   EXPECT_EQ(add.code, 130);

@@ -39,7 +39,9 @@ TEST(VardamapRender, ShapesSmallerThanAPixelBecomeDotsOneAPixel) {
   EXPECT_EQ(Count(svg, "h0"), 60u);
   EXPECT_EQ(Count(svg, "class=\"line\""), 1u);  // the long line keeps its own element
   EXPECT_LT(svg.size(), 20000u);
-  if (HaveProgram("xmllint")) EXPECT_EQ(RunProgram({"xmllint", "--noout", dir / "tiny.svg"}).code, 0);
+  if (HaveProgram("xmllint")) {
+    EXPECT_EQ(RunProgram({"xmllint", "--noout", dir / "tiny.svg"}).code, 0);
+  }
 }
 
 TEST(VardamapRender, VerticesCloserThanHalfAPixelAreMerged) {
