@@ -12,8 +12,9 @@
 namespace {
 
 constexpr int kModoEscribirDiario = MODO_ESCRIBIR | MODO_BINARIO;
-constexpr int kModoLeerDiario = MODO_LEER | MODO_BINARIO;
+constexpr int kModoLeerDiario = MODO_LEER | MODO_BINARIO | MODO_CACHE;
 constexpr int kModoActualizarMapa = MODO_LEER | MODO_BINARIO | MODO_ACTUALIZAR;
+constexpr int kModoCopia = MODO_ESCRIBIR | MODO_BINARIO | MODO_ACTUALIZAR;
 constexpr long long kBloque = 1 << 20;
 constexpr int kTamCabeceraEntrada = 16;
 // What follows an entry's record: the map's header after it, then the CRC.
@@ -82,7 +83,9 @@ bool LeeDiario(TFicheroITV& j, Leido& d, DString& msg) {
   d.tam_shx = Toma64(c + 24);
   d.registros = Toma32(c + 32);
   d.inicio = Toma64(c + 36);
-  if ((d.clase != diario::kDeshacer && d.clase != diario::kAnyadidos) || d.tam_shp < 0 ||
+  if ((d.clase != diario::kDeshacer && d.clase != diario::kAnyadidos &&
+       d.clase != diario::kSustituye) ||
+      d.tam_shp < 0 ||
       d.tam_shx < 0)
     return true;
   uint32_t crc = Crc32(0, c, sizeof c);
@@ -241,6 +244,16 @@ bool Reproduce(const Leido& d, TFicheroITV& j, TFicheroITV& shp, TFicheroITV& sh
   return d.clase != diario::kAnyadidos || Rehace(d, j, shp, shx, buf, msg);
 }
 
+// The message of a journal that had to be played and could not be.
+DString NoRecuperado(const DString& path_shp, const DString& nombre, const DString& porque_msg) {
+  const char* porque = porque_msg.c_str();
+  if (std::strncmp(porque, "Error: ", 7) == 0) porque += 7;
+  DString m("Error: ");
+  m << path_shp.c_str() << " was left half changed by an interrupted session and could "
+    << "not be put right (" << porque << "); " << nombre.c_str() << " is kept for the next opening.";
+  return m;
+}
+
 }  // namespace
 
 TDiarioMapa::TDiarioMapa(const DString& path_shp) : path_(path_shp) {
@@ -259,6 +272,8 @@ bool TDiarioMapa::EscribeEnDiario(const void* buf, long long n, DString& msg) {
 }
 
 bool TDiarioMapa::AbreNuevo(DString& msg) {
+  // A new journal takes the name of a replacement's: that one must be done.
+  if (!CierraPendiente(msg)) return false;
   if (!f_.Abre(TStringNomFitx(nombre_), kModoEscribirDiario, nullptr)) {
     msg = mapio::Mensaje("write", nombre_.c_str(), f_.ErrnoSistema());
     return false;
@@ -361,6 +376,117 @@ bool TDiarioMapa::Confirma(DString& msg) {
   return clase_ == diario::kAnyadidos || SincronizaDiario(msg);
 }
 
+DString TDiarioMapa::NombreCopia(const char* nombre) {
+  DString n(nombre);
+  n += diario::kSufijoCopia;
+  return n;
+}
+
+namespace {
+
+bool AbreMapa(TFicheroITV& f, const TStringNomFitx& nombre, DString& msg) {
+  if (f.Abre(nombre, kModoActualizarMapa, nullptr)) return true;
+  msg = mapio::Mensaje("write", nombre.c_str(), f.ErrnoSistema());
+  return false;
+}
+
+bool CierraFichero(TFicheroITV& f, DString& msg) {
+  if (!f.Abierto() || f.CierraEx(true, nullptr)) return true;
+  msg = mapio::Mensaje("close", f.GetNombre().c_str(), f.ErrnoSistema(),
+                       "the system refused to close it");
+  return false;
+}
+
+}  // namespace
+
+bool TDiarioMapa::EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
+  if (!CierraPendiente(msg)) return false;
+  const TStringNomFitx nombres[2] = {TStringNomFitx(path_), NombreShx(path_)};
+  TFicheroITV* ficheros[2] = {&shp, &shx};
+  for (int i = 0; i < 2; i++) {
+    const DString copia_n = NombreCopia(nombres[i].c_str());
+    TFicheroITV copia;
+    bool ok = copia.Abre(TStringNomFitx(copia_n), kModoCopia, nullptr);
+    if (!ok) msg = mapio::Mensaje("write", copia_n.c_str(), copia.ErrnoSistema());
+    ok = ok && Copia(*ficheros[i], 0, copia, 0, ficheros[i]->FileSize64(), buf_, msg);
+    if (!CierraFichero(copia, ok ? msg : buf_msg_) && ok) ok = false;
+    if (!ok) {
+      for (int k = 0; k <= i; k++) SistemaFicheros().Borra(NombreCopia(nombres[k].c_str()).c_str());
+      return false;
+    }
+  }
+  // From here on the change is made on the copies.
+  sustituyendo_ = true;
+  for (int i = 0; i < 2; i++) {
+    ficheros[i]->CierraEx(true, nullptr);
+    if (!AbreMapa(*ficheros[i], TStringNomFitx(NombreCopia(nombres[i].c_str())), msg)) {
+      DString m;
+      DeshazSustitucion(shp, shx, m);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool TDiarioMapa::TerminaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
+  const TStringNomFitx nombres[2] = {TStringNomFitx(path_), NombreShx(path_)};
+  const long long tam_shp = shp.FileSize64(), tam_shx = shx.FileSize64();
+  // 1. The copies whole on the disk, under their names, 2. the journal that
+  // names them, under its name: only then may they replace the map.
+  bool ok = Sincroniza(shp, msg) && Sincroniza(shx, msg) && CierraFichero(shp, msg) &&
+            CierraFichero(shx, msg);
+  if (ok && !SistemaFicheros().SincronizaCarpeta(path_.c_str())) {
+    msg = mapio::Mensaje("write", path_.c_str(), errno, "its folder could not be made durable");
+    ok = false;
+  }
+  if (ok) {
+    ok = AbreNuevo(msg) &&
+         EscribeCabecera(diario::kSustituye, false, tam_shp, tam_shx, 0, 0, msg) &&
+         EscribeMarca(msg) && SincronizaDiario(msg);
+    if (!ok) Abandona();
+  }
+  // Nothing replaced: the caller undoes the change on the copies.
+  if (!ok) return false;
+  f_.CierraEx(true, nullptr);
+  activo_ = false;
+  sustituyendo_ = false;
+  // 3. The renames. Should one fail, the journal completes them on the next
+  // opening.
+  pendiente_ = true;
+  for (int i = 0; ok && i < 2; i++) {
+    const DString copia_n = NombreCopia(nombres[i].c_str());
+    if (!SistemaFicheros().Renombra(copia_n.c_str(), nombres[i].c_str())) {
+      msg = mapio::Mensaje("rename", copia_n.c_str(), errno);
+      ok = false;
+      pendiente_ = false;
+    }
+  }
+  return AbreMapa(shp, nombres[0], ok ? msg : buf_msg_) &&
+         AbreMapa(shx, nombres[1], ok ? msg : buf_msg_) && ok;
+}
+
+bool TDiarioMapa::DeshazSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
+  const TStringNomFitx nombres[2] = {TStringNomFitx(path_), NombreShx(path_)};
+  shp.CierraEx(true, nullptr);
+  shx.CierraEx(true, nullptr);
+  for (const TStringNomFitx& n : nombres) SistemaFicheros().Borra(NombreCopia(n.c_str()).c_str());
+  sustituyendo_ = false;
+  return AbreMapa(shp, nombres[0], msg) && AbreMapa(shx, nombres[1], msg);
+}
+
+bool TDiarioMapa::CierraPendiente(DString& msg) {
+  if (!pendiente_) return true;
+  if (!SistemaFicheros().SincronizaCarpeta(path_.c_str())) {
+    msg = mapio::Mensaje("write", path_.c_str(), errno, "its folder could not be made durable");
+    return false;
+  }
+  pendiente_ = false;
+  // Should the removal be lost, the journal names copies that are gone:
+  // playing it does nothing.
+  SistemaFicheros().Borra(nombre_.c_str());
+  return true;
+}
+
 bool TDiarioMapa::Anyade(const unsigned char* registro, size_t n, long long offset,
                          const unsigned char* cabecera, DString& msg) {
   const size_t total = kTamCabeceraEntrada + n + kTamColaEntrada;
@@ -448,7 +574,27 @@ bool TDiarioMapa::Recupera(const DString& path_shp, TRecuperado& que, DString& m
   }
   Leido d;
   if (!LeeDiario(j, d, msg)) return false;
-  if (d.valido) {
+  if (d.valido && d.clase == diario::kSustituye) {
+    // The copies were whole and durable before this journal was: each one
+    // still there takes its file's place.
+    bool ok = true;
+    const TStringNomFitx nombres[2] = {TStringNomFitx(path_shp), NombreShx(path_shp)};
+    for (int i = 0; ok && i < 2; i++) {
+      const DString copia = NombreCopia(nombres[i].c_str());
+      if (sf.Tipo(copia.c_str()) != TSistemaFicheros::kRegular) continue;
+      ok = sf.Renombra(copia.c_str(), nombres[i].c_str());
+      if (!ok) msg = mapio::Mensaje("rename", copia.c_str(), errno);
+    }
+    if (ok && !sf.SincronizaCarpeta(path_shp.c_str())) {
+      msg = mapio::Mensaje("write", path_shp.c_str(), errno, "its folder could not be made durable");
+      ok = false;
+    }
+    if (!ok) {
+      msg = NoRecuperado(path_shp, nombre, msg);
+      return false;
+    }
+    que = TRecuperado::kSustituido;
+  } else if (d.valido) {
     // Both files are needed, for writing: the map is put back before it is
     // read, or not opened at all.
     TFicheroITV shp, shx;
@@ -484,13 +630,7 @@ bool TDiarioMapa::Recupera(const DString& path_shp, TRecuperado& que, DString& m
       ok = false;
     }
     if (!ok) {
-      const char* porque = msg.c_str();
-      if (std::strncmp(porque, "Error: ", 7) == 0) porque += 7;
-      DString m("Error: ");
-      m << path_shp.c_str() << " was left half changed by an interrupted session and could "
-        << "not be put right (" << porque << "); " << nombre.c_str()
-        << " is kept for the next opening.";
-      msg = m;
+      msg = NoRecuperado(path_shp, nombre, msg);
       return false;
     }
     que = d.clase == diario::kAnyadidos ? TRecuperado::kRehecho : TRecuperado::kDeshecho;

@@ -42,6 +42,7 @@ class TDiarioMapa {
     kDescartado,  // a journal cut short before the map was touched
     kDeshecho,    // an interrupted replace or delete, undone
     kRehecho,     // the appends of an interrupted session, written again
+    kSustituido,  // a change made on copies, put in place of the map
   };
 
   explicit TDiarioMapa(const DString& path_shp);
@@ -77,6 +78,25 @@ class TDiarioMapa {
   // map may be changed when this returns true.
   bool Confirma(DString& msg);
 
+  // ------------------------------------------------ a change on copies
+  // A change that would move most of the map is made on copies of both
+  // files (MAP.shp.new, MAP.shx.new) that replace the map when it ends: each
+  // byte is then written and made durable once, where keeping the bytes it
+  // overwrites would write them twice. Opens `shp` and `shx` on the copies.
+  bool EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg);
+  bool Sustituyendo() const { return sustituyendo_; }
+  // Makes the copies durable, then a journal that names them (the change
+  // stands from here), renames them over the map and opens `shp` and `shx`
+  // on it. The journal stays until the new names are known durable
+  // (CierraPendiente). On failure Sustituyendo() tells whether the map is
+  // still as before (the copies are then undone by DeshazSustitucion).
+  bool TerminaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg);
+  // Removes the copies and opens `shp` and `shx` on the map, untouched.
+  bool DeshazSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg);
+  // Makes the folder durable and removes the journal of a replacement that
+  // ended; done before any other journal is started and on closing.
+  bool CierraPendiente(DString& msg);
+
   // ------------------------------------------------ a run of appends
   // One appended record (`n` bytes, its 8-byte header first) that goes at
   // `offset` of the .shp, with the 100-byte header the map then has. One
@@ -105,6 +125,8 @@ class TDiarioMapa {
   // Plays a journal left beside the map by an interrupted session. False
   // with `msg` when one had to be played and could not be.
   static bool Recupera(const DString& path_shp, TRecuperado& que, DString& msg);
+  // The name of the copy of `nombre` that a change on copies writes.
+  static DString NombreCopia(const char* nombre);
 
  private:
   bool EscribeEnDiario(const void* buf, long long n, DString& msg);
@@ -119,11 +141,14 @@ class TDiarioMapa {
   TFicheroITV f_;
   bool activo_ = false;
   diario::TClase clase_ = diario::kDeshacer;
-  bool carpeta_ = false;     // the map's files are new: their names need syncing
+  bool carpeta_ = false;
+  bool sustituyendo_ = false;  // the change goes to the copies
+  bool pendiente_ = false;     // a replacement's journal waits for the folder's sync     // the map's files are new: their names need syncing
   long long fin_ = 0;        // bytes written so far
   uint32_t crc_meta_ = 0;    // over the header and the piece heads
   uint32_t piezas_ = 0;
   std::vector<unsigned char> buf_;
+  DString buf_msg_;  // the message of a second failure, not reported
 };
 
 #endif

@@ -130,14 +130,16 @@ bool TPrivateDataSHP::Abre(bool escribir, DString& msg) {
   if (!escribir) {
     // What an interrupted session left is put right before anything else
     // looks at the map: a journal (even of a map whose files it must make
-    // again), and backup copies it had not finished.
+    // again), and the backup copies and the copies of a change that it had
+    // not finished.
     TDiarioMapa::TRecuperado recuperado;
     if (!TDiarioMapa::Recupera(path_, recuperado, msg)) return false;
     for (const TStringNomFitx* n : {&nombre_shp, &nombre_shx}) {
       DString temporal(n->c_str());
       temporal << ".bak.$$$";
-      if (SistemaFicheros().Tipo(temporal.c_str()) == TSistemaFicheros::kRegular)
-        SistemaFicheros().Borra(temporal.c_str());
+      for (const DString& t : {temporal, TDiarioMapa::NombreCopia(n->c_str())})
+        if (SistemaFicheros().Tipo(t.c_str()) == TSistemaFicheros::kRegular)
+          SistemaFicheros().Borra(t.c_str());
     }
   }
   if (!EsFicheroUsable(nombre_shp.c_str(), msg) || !EsFicheroUsable(nombre_shx.c_str(), msg))
@@ -333,6 +335,11 @@ bool TPrivateDataSHP::EmpiezaCambio(long long desde_shp, long long hasta_shp, lo
   // Fresh copies hold the map exactly as it is: nothing needs copying again.
   const bool copias = copias_frescas_;
   copias_frescas_ = false;
+  // A change that moves more than half of the .shp is cheaper made on
+  // copies of both files than by keeping what it overwrites.
+  const long long tam = shp_.FileSize64();
+  if (!copias && hasta_shp < 0 && desde_shp >= 0 && 2 * (tam - desde_shp) > tam)
+    return diario_.EmpiezaSustitucion(shp_, shx_, msg);
   bool ok = diario_.Empieza(diario::kDeshacer, false, num_registros_, 0, shp_, shx_, msg);
   if (ok && copias) {
     ok = diario_.GuardaCopia(diario::kCopiaShp, shp_.FileSize64(), msg) &&
@@ -349,6 +356,13 @@ bool TPrivateDataSHP::EmpiezaCambio(long long desde_shp, long long hasta_shp, lo
 }
 
 TResultado TPrivateDataSHP::TerminaCambio(DString& msg) {
+  if (diario_.Sustituyendo()) {
+    if ((!modificado_ || EscribeCabeceras(msg)) && diario_.TerminaSustitucion(shp_, shx_, msg))
+      return TResultado::kHecho;
+    // Once the copies were renamed the change stands, reported or not.
+    if (!diario_.Sustituyendo()) return TResultado::kFallo;
+    return DeshazCambio();
+  }
   if ((!modificado_ || EscribeCabeceras(msg)) && diario_.Termina(shp_, shx_, msg))
     return TResultado::kHecho;
   return DeshazCambio();
@@ -356,7 +370,10 @@ TResultado TPrivateDataSHP::TerminaCambio(DString& msg) {
 
 TResultado TPrivateDataSHP::DeshazCambio() {
   DString m;
-  if (!diario_.Aplica(shp_, shx_, m) || !diario_.Termina(shp_, shx_, m)) diario_.Deja();
+  if (diario_.Sustituyendo())
+    diario_.DeshazSustitucion(shp_, shx_, m);
+  else if (!diario_.Aplica(shp_, shx_, m) || !diario_.Termina(shp_, shx_, m))
+    diario_.Deja();
   Restablece(antes_);
   return TResultado::kFallo;
 }
@@ -421,7 +438,7 @@ bool TPrivateDataSHP::EscribeCabeceras(DString& msg) {
 }
 
 bool TPrivateDataSHP::Cierra(bool escritura, DString& msg) {
-  bool ok = !escritura || PagaMarcaFinal(msg);
+  bool ok = !escritura || (PagaMarcaFinal(msg) && diario_.CierraPendiente(msg));
   if (!ok) diario_.Deja();
   // Both files are closed whatever happened; a failed close is reported
   // only when nothing before it failed.

@@ -177,10 +177,11 @@ TEST(VardamapJournal, MadeJournalsPlayOrRefuse) {
   EXPECT_TRUE(shptest::ReadFile(jnl) == orphan);
 }
 
-// A delete of record 1 of a 21 MB map, killed once its journal is closed
-// (the map being moved, or about to be): the opening puts the map back byte
-// for byte, and info says from what. With no .bak yet the journal names the
-// fresh copies; with them present it keeps the tail's bytes itself.
+// A delete of record 1 of a 21 MB map, killed once its journal is closed,
+// and info says what the opening did. On the first change the journal names
+// the fresh .bak copies and the map is put back byte for byte; with them
+// present the delete is made on copies of the files, which the closed
+// journal puts in the map's place.
 TEST(VardamapJournal, KilledDeleteIsPutBackAndSaid) {
   for (bool backups : {false, true}) {
     SCOPED_TRACE(backups ? "with .bak present" : "first change");
@@ -206,15 +207,17 @@ TEST(VardamapJournal, KilledDeleteIsPutBackAndSaid) {
     Result info = Vardamap({"info", shp});
     ASSERT_EQ(info.code, 0) << info.err;
     const std::string row = RecoveredRow(info.out);
-    EXPECT_EQ(row, backups ? "an interrupted replace or delete was undone from roads.shp.jnl"
+    EXPECT_EQ(row, backups ? "a replace or delete that had finished on copies of the files was put "
+                             "in place of the map (roads.shp.jnl)"
                            : "an interrupted first change was undone from the .bak copies")
         << info.out;
     EXPECT_NE(info.out.find("accepts the map"), std::string::npos) << info.out;
     EXPECT_EQ(info.err.find("recovered"), std::string::npos);
     EXPECT_FALSE(FileExists(jnl));
-    EXPECT_EQ(InfoRecords(info.out), 1300);
-    EXPECT_TRUE(shptest::ReadFile(shp) == before_shp);
-    EXPECT_TRUE(shptest::ReadFile(shx) == before_shx);
+    EXPECT_FALSE(FileExists(shp + ".new"));
+    EXPECT_EQ(InfoRecords(info.out), backups ? 1299 : 1300);
+    EXPECT_EQ(shptest::ReadFile(shp) == before_shp, !backups);
+    EXPECT_EQ(shptest::ReadFile(shx) == before_shx, !backups);
     // Said once: the next run finds nothing to say.
     EXPECT_EQ(RecoveredRow(Vardamap({"info", shp}).out), "");
   }

@@ -19,6 +19,7 @@ constexpr char kMagicDone[8] = {'V', 'R', 'D', 'J', 'D', 'O', 'N', 'E'};
 constexpr char kMagicEnd[8] = {'V', 'R', 'D', 'J', 'E', 'N', 'D', '1'};
 constexpr uint32_t kClassUndo = 1;
 constexpr uint32_t kClassAppends = 2;
+constexpr uint32_t kClassReplace = 3;
 constexpr uint32_t kPieceShp = 0, kPieceShx = 1, kPieceCopyShp = 2, kPieceCopyShx = 3;
 constexpr int kHeaderSize = 48;
 constexpr int kPieceSize = 24;
@@ -83,7 +84,7 @@ JournalFound InspectJournal(const std::string& shp_path) {
   }
   const uint32_t cls = Le32(h + 8);
   if (std::memcmp(h, kMagic, 8) != 0 || Crc32(0, h, 44) != Le32(h + 44) ||
-      (cls != kClassUndo && cls != kClassAppends))
+      (cls != kClassUndo && cls != kClassAppends && cls != kClassReplace))
     return found;
   // The change was meant to touch the map only once the closing mark, which
   // counts the pieces and checks their heads, was written after them.
@@ -99,6 +100,8 @@ JournalFound InspectJournal(const std::string& shp_path) {
       if (cls == kClassAppends) {
         found.kind = JournalFound::kAppends;
         found.records_before = Le32(h + 32);
+      } else if (cls == kClassReplace) {
+        found.kind = JournalFound::kReplaced;
       } else {
         found.kind = from_backup ? JournalFound::kUndoBackup : JournalFound::kUndoKept;
       }
@@ -127,6 +130,9 @@ std::string DescribeRecovery(const JournalFound& found, long long records) {
     case JournalFound::kAppends:
       return "the appends of an interrupted session were written from " + name + ": records " +
              std::to_string(found.records_before + 1ull) + " to " + std::to_string(records);
+    case JournalFound::kReplaced:
+      return "a replace or delete that had finished on copies of the files was put in place "
+             "of the map (" + name + ")";
     case JournalFound::kCutShort:
       return "an interrupted change that had not touched the map was discarded (" + name + ")";
     default:

@@ -18,6 +18,7 @@ struct JournalFound {
     kUndoKept,    // an interrupted replace or delete, undone from kept bytes
     kUndoBackup,  // an interrupted first change, undone from the .bak copies
     kAppends,     // an interrupted run of appends, written into the map
+    kReplaced,    // a change made on copies of the files, put in the map's place
   };
   Kind kind = kNone;
   std::string path;          // MAP.shp.jnl
