@@ -121,8 +121,12 @@ TResultado Borrado::Borra() {
     if (o < shp::kHeaderSize || o + 4 > tam_)
       return Falla(Rechazo(k_, "a later SHX entry points outside the SHP file"));
   }
-  if (!d_.EmpiezaCambio(O, -1, shp::IndexEntryPos(k_), -1, msg_)) return TResultado::kFallo;
-  return Termina(!literal_ && EnOrden() ? Renumera(S) : RenumeraLiteral(S, N));
+  // The move in order rewrites every byte from O to the end of the records,
+  // reading them as they were.
+  const bool en_orden = !literal_ && EnOrden();
+  if (!d_.EmpiezaCambio(O, -1, shp::IndexEntryPos(k_), -1, msg_, en_orden ? fin_ : -1))
+    return TResultado::kFallo;
+  return Termina(en_orden ? Renumera(S) : RenumeraLiteral(S, N));
 }
 
 TResultado Borrado::Termina(TResultado r) {
@@ -163,7 +167,7 @@ TResultado Borrado::Renumera(long long S) {
       while (jj < n_ && Offset(jj + 1) + 4 <= b) jj++;
       if (jj < n_ && Offset(jj + 1) < b && Offset(jj + 1) > a) b = Offset(jj + 1);
     }
-    if (!mapio::Lee(F_, a, buf.data(), b - a, msg_)) return TResultado::kFallo;
+    if (!mapio::Lee(d_.Origen(), a, buf.data(), b - a, msg_)) return TResultado::kFallo;
     while (!fallo && j < n_) {
       const long long o = Offset(j + 1);
       if (o + 4 > b) break;

@@ -399,7 +399,8 @@ bool CierraFichero(TFicheroITV& f, DString& msg) {
 
 }  // namespace
 
-bool TDiarioMapa::EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
+bool TDiarioMapa::EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, long long libre_desde,
+                                     long long libre_hasta, DString& msg) {
   if (!CierraPendiente(msg)) return false;
   const TStringNomFitx nombres[2] = {TStringNomFitx(path_), NombreShx(path_)};
   TFicheroITV* ficheros[2] = {&shp, &shx};
@@ -408,7 +409,14 @@ bool TDiarioMapa::EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString
     TFicheroITV copia;
     bool ok = copia.Abre(TStringNomFitx(copia_n), kModoCopia, nullptr);
     if (!ok) msg = mapio::Mensaje("write", copia_n.c_str(), copia.ErrnoSistema());
-    ok = ok && Copia(*ficheros[i], 0, copia, 0, ficheros[i]->FileSize64(), buf_, msg);
+    const long long tam = ficheros[i]->FileSize64();
+    long long a = tam, b = tam;  // the bytes the change writes itself
+    if (i == 0 && libre_desde >= 0 && libre_desde < libre_hasta && libre_hasta <= tam) {
+      a = libre_desde;
+      b = libre_hasta;
+    }
+    ok = ok && Copia(*ficheros[i], 0, copia, 0, a, buf_, msg) &&
+         Copia(*ficheros[i], b, copia, b, tam - b, buf_, msg);
     if (!CierraFichero(copia, ok ? msg : buf_msg_) && ok) ok = false;
     if (!ok) {
       for (int k = 0; k <= i; k++) SistemaFicheros().Borra(NombreCopia(nombres[k].c_str()).c_str());
@@ -417,6 +425,12 @@ bool TDiarioMapa::EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString
   }
   // From here on the change is made on the copies.
   sustituyendo_ = true;
+  if (!origen_.Abre(nombres[0], kModoLeerDiario & ~MODO_CACHE, nullptr)) {
+    msg = mapio::Mensaje("read", nombres[0].c_str(), origen_.ErrnoSistema());
+    DString m;
+    DeshazSustitucion(shp, shx, m);
+    return false;
+  }
   for (int i = 0; i < 2; i++) {
     ficheros[i]->CierraEx(true, nullptr);
     if (!AbreMapa(*ficheros[i], TStringNomFitx(NombreCopia(nombres[i].c_str())), msg)) {
@@ -433,6 +447,7 @@ bool TDiarioMapa::TerminaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString
   const long long tam_shp = shp.FileSize64(), tam_shx = shx.FileSize64();
   // 1. The copies whole on the disk, under their names, 2. the journal that
   // names them, under its name: only then may they replace the map.
+  if (origen_.Abierto()) origen_.CierraEx(true, nullptr);
   bool ok = Sincroniza(shp, msg) && Sincroniza(shx, msg) && CierraFichero(shp, msg) &&
             CierraFichero(shx, msg);
   if (ok && !SistemaFicheros().SincronizaCarpeta(path_.c_str())) {
@@ -467,6 +482,7 @@ bool TDiarioMapa::TerminaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString
 
 bool TDiarioMapa::DeshazSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
   const TStringNomFitx nombres[2] = {TStringNomFitx(path_), NombreShx(path_)};
+  if (origen_.Abierto()) origen_.CierraEx(true, nullptr);
   shp.CierraEx(true, nullptr);
   shx.CierraEx(true, nullptr);
   for (const TStringNomFitx& n : nombres) SistemaFicheros().Borra(NombreCopia(n.c_str()).c_str());

@@ -83,7 +83,12 @@ class TDiarioMapa {
   // files (MAP.shp.new, MAP.shx.new) that replace the map when it ends: each
   // byte is then written and made durable once, where keeping the bytes it
   // overwrites would write them twice. Opens `shp` and `shx` on the copies.
-  bool EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString& msg);
+  // The .shp's bytes [libre_desde, libre_hasta) are not copied: the change
+  // writes them all, reading the map through Origen().
+  bool EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, long long libre_desde,
+                          long long libre_hasta, DString& msg);
+  // The map's .shp as it was before the change on copies (else `shp`).
+  TFicheroITV& Origen(TFicheroITV& shp) { return origen_.Abierto() ? origen_ : shp; }
   bool Sustituyendo() const { return sustituyendo_; }
   // Makes the copies durable, then a journal that names them (the change
   // stands from here), renames them over the map and opens `shp` and `shx`
@@ -149,6 +154,7 @@ class TDiarioMapa {
   uint32_t piezas_ = 0;
   std::vector<unsigned char> buf_;
   DString buf_msg_;  // the message of a second failure, not reported
+  TFicheroITV origen_;  // the map's .shp while a change is made on copies
 };
 
 #endif

@@ -330,7 +330,8 @@ void TPrivateDataSHP::Restablece(const TFoto& f) {
 }
 
 bool TPrivateDataSHP::EmpiezaCambio(long long desde_shp, long long hasta_shp, long long desde_shx,
-                                    long long hasta_shx, DString& msg) {
+                                    long long hasta_shx, DString& msg,
+                                    long long reescrito_hasta) {
   antes_ = Foto();
   // Fresh copies hold the map exactly as it is: nothing needs copying again.
   const bool copias = copias_frescas_;
@@ -339,7 +340,7 @@ bool TPrivateDataSHP::EmpiezaCambio(long long desde_shp, long long hasta_shp, lo
   // copies of both files than by keeping what it overwrites.
   const long long tam = shp_.FileSize64();
   if (!copias && hasta_shp < 0 && desde_shp >= 0 && 2 * (tam - desde_shp) > tam)
-    return diario_.EmpiezaSustitucion(shp_, shx_, msg);
+    return diario_.EmpiezaSustitucion(shp_, shx_, desde_shp, reescrito_hasta, msg);
   bool ok = diario_.Empieza(diario::kDeshacer, false, num_registros_, 0, shp_, shx_, msg);
   if (ok && copias) {
     ok = diario_.GuardaCopia(diario::kCopiaShp, shp_.FileSize64(), msg) &&

@@ -113,9 +113,14 @@ class TPrivateDataSHP {
   // ------------------------------------------------ replacing and deleting
   // Each change is all or nothing. Before its first write the journal keeps
   // the bytes [desde, hasta) of each file (hasta < 0: to its end; desde < 0:
-  // none) that the change may overwrite, and both headers.
+  // none) that the change may overwrite, and both headers. A change that
+  // moves most of the .shp is made on copies instead; `reescrito_hasta`
+  // says it writes every byte of the .shp's [desde_shp, reescrito_hasta)
+  // itself, reading them from Origen(), so that they need no copying.
   bool EmpiezaCambio(long long desde_shp, long long hasta_shp, long long desde_shx,
-                     long long hasta_shx, DString& msg);
+                     long long hasta_shx, DString& msg, long long reescrito_hasta = -1);
+  // Where a change reads the .shp's bytes as they were before it.
+  TFicheroITV& Origen() { return diario_.Origen(shp_); }
   // The change is written: the headers as closing writes them, both files
   // made durable, the journal removed. When any of it fails the change is
   // undone and `msg` tells why.
