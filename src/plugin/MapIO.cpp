@@ -81,6 +81,20 @@ bool Mueve(TFicheroITV& f, long long desde, long long d, long long fin, DString&
   return false;
 }
 
+bool MueveDesde(TFicheroITV& origen, TFicheroITV& f, long long desde, long long d, long long fin,
+                DString& msg) {
+  if (&origen == &f) return Mueve(f, desde, d, fin, msg);
+  if (d == 0) return true;
+  std::vector<unsigned char> buf;
+  for (long long p = desde; p < fin; p += kTrozo) {
+    const long long k = fin - p < kTrozo ? fin - p : kTrozo;
+    buf.resize(static_cast<size_t>(k));
+    if (!Lee(origen, p, buf.data(), k, msg) || !Escribe(f, p + d, buf.data(), k, msg)) return false;
+  }
+  // As the move in place: towards the start, the bytes that fall free become zeros.
+  return d > 0 || Ceros(f, fin + d, -d, msg);
+}
+
 bool Vuelca(TFicheroITV& f, DString& msg) {
   if (f.Flush() == 0) return true;
   msg = Mensaje("write", f.GetNombre().c_str(), ErrnoDe(f), "the data could not be flushed");

@@ -25,6 +25,10 @@ bool Ceros(TFicheroITV& f, long long pos, long long n, DString& msg);
 // The bytes from `desde` up to `fin` shifted by `d` (freed bytes at the end
 // become zeros); every block read and written is checked.
 bool Mueve(TFicheroITV& f, long long desde, long long d, long long fin, DString& msg);
+// The same move, with the bytes read from `origen` (the file as it was) and
+// written into `f`, a copy of it that holds every byte the move leaves.
+bool MueveDesde(TFicheroITV& origen, TFicheroITV& f, long long desde, long long d, long long fin,
+                DString& msg);
 bool Vuelca(TFicheroITV& f, DString& msg);
 
 }  // namespace mapio

@@ -411,9 +411,9 @@ bool TDiarioMapa::EmpiezaSustitucion(TFicheroITV& shp, TFicheroITV& shx, long lo
     if (!ok) msg = mapio::Mensaje("write", copia_n.c_str(), copia.ErrnoSistema());
     const long long tam = ficheros[i]->FileSize64();
     long long a = tam, b = tam;  // the bytes the change writes itself
-    if (i == 0 && libre_desde >= 0 && libre_desde < libre_hasta && libre_hasta <= tam) {
+    if (i == 0 && libre_desde >= 0 && libre_desde < libre_hasta && libre_desde <= tam) {
       a = libre_desde;
-      b = libre_hasta;
+      b = libre_hasta < tam ? libre_hasta : tam;
     }
     ok = ok && Copia(*ficheros[i], 0, copia, 0, a, buf_, msg) &&
          Copia(*ficheros[i], b, copia, b, tam - b, buf_, msg);

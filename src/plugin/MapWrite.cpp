@@ -93,8 +93,14 @@ TResultado Reemplaza(TPrivateDataSHP& d, int tipo, TLineAttributesPlugIn& line, 
       shp::PutBigInt(e.data(), at, static_cast<int32_t>(shp::GetBigInt(e.data(), at) + delta / 2));
     }
     shp::PutBigInt(r.data(), 0, static_cast<int32_t>(nuevo / 2));
-    if (!d.EmpiezaCambio(offset, -1, shp::IndexEntryPos(k), -1, msg)) return TResultado::kFallo;
-    if (!mapio::Mueve(F, offset + shp::kRecordHeaderSize + viejo, delta, fin_shp, msg) ||
+    // Everything from the record's length word to the end of the moved tail
+    // (and of the zeros it leaves behind) is written below, reading the tail
+    // as it was.
+    const long long escrito_hasta = delta > 0 ? fin_shp + delta : fin_shp;
+    if (!d.EmpiezaCambio(offset + 4, -1, shp::IndexEntryPos(k), -1, msg, escrito_hasta))
+      return TResultado::kFallo;
+    if (!mapio::MueveDesde(d.Origen(), F, offset + shp::kRecordHeaderSize + viejo, delta, fin_shp,
+                           msg) ||
         !mapio::Escribe(F, offset + 4, r.data(), 4 + nuevo, msg) ||
         !mapio::Escribe(X, shp::IndexEntryPos(k) + 4, r.data(), 4, msg) ||
         (resto > 0 && !mapio::Escribe(X, shp::IndexEntryPos(k + 1), e.data(),
