@@ -80,7 +80,7 @@ class TDiarioMapa {
 
   // ------------------------------------------------ a change on copies
   // A change that would move most of the map is made on copies of both
-  // files (MAP.shp.new, MAP.shx.new) that replace the map when it ends: each
+  // files (MAP.shp.jnlcopy, MAP.shx.jnlcopy) that replace the map when it ends: each
   // byte is then written and made durable once, where keeping the bytes it
   // overwrites would write them twice. Opens `shp` and `shx` on the copies.
   // The .shp's bytes [libre_desde, libre_hasta) are not copied: the change

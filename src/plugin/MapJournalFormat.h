@@ -30,12 +30,12 @@ constexpr char kMagiaFin[8] = {'V', 'R', 'D', 'J', 'E', 'N', 'D', '1'};
 enum TClase : uint32_t {
   kDeshacer = 1,    // the bytes a replace or delete overwrites, to put back
   kAnyadidos = 2,   // a run of appends, to write (again) into the map
-  kSustituye = 3,   // whole copies of both files (<name>.new), to rename over the map
+  kSustituye = 3,   // whole copies of both files (<name>.jnlcopy), to rename over the map
 };
 
 // What the copies of a change made on copies are called: the file's name
 // and this suffix.
-constexpr char kSufijoCopia[] = ".new";
+constexpr char kSufijoCopia[] = ".jnlcopy";
 
 // Which file a piece is of. The copies stand for the whole file as the
 // fresh ".bak" copies hold it, instead of its bytes.

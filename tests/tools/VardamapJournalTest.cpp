@@ -214,7 +214,7 @@ TEST(VardamapJournal, KilledDeleteIsPutBackAndSaid) {
     EXPECT_NE(info.out.find("accepts the map"), std::string::npos) << info.out;
     EXPECT_EQ(info.err.find("recovered"), std::string::npos);
     EXPECT_FALSE(FileExists(jnl));
-    EXPECT_FALSE(FileExists(shp + ".new"));
+    EXPECT_FALSE(FileExists(shp + ".jnlcopy"));
     EXPECT_EQ(InfoRecords(info.out), backups ? 1299 : 1300);
     EXPECT_EQ(shptest::ReadFile(shp) == before_shp, !backups);
     EXPECT_EQ(shptest::ReadFile(shx) == before_shx, !backups);
