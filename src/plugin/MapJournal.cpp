@@ -142,6 +142,14 @@ bool Sincroniza(TFicheroITV& f, DString& msg) {
   return false;
 }
 
+// Makes the folder of `nombre` durable: the names made, renamed or removed
+// in it.
+bool SincronizaCarpeta(const char* nombre, DString& msg) {
+  if (SistemaFicheros().SincronizaCarpeta(nombre)) return true;
+  msg = mapio::Mensaje("write", nombre, errno, "its folder could not be made durable");
+  return false;
+}
+
 // Puts back every piece and cuts both files to their sizes before the change:
 // the map as the journal found it.
 bool Restaura(const Leido& d, TFicheroITV& j, TFicheroITV& shp, TFicheroITV& shx,
@@ -312,10 +320,7 @@ bool TDiarioMapa::EscribeMarca(DString& msg) {
 
 // The journal's bytes and its name in the folder.
 bool TDiarioMapa::SincronizaDiario(DString& msg) {
-  if (!Sincroniza(f_, msg)) return false;
-  if (SistemaFicheros().SincronizaCarpeta(nombre_.c_str())) return true;
-  msg = mapio::Mensaje("write", nombre_.c_str(), errno, "its folder could not be made durable");
-  return false;
+  return Sincroniza(f_, msg) && SincronizaCarpeta(nombre_.c_str(), msg);
 }
 
 bool TDiarioMapa::Empieza(diario::TClase clase, bool creado, int32_t registros,
@@ -450,10 +455,7 @@ bool TDiarioMapa::TerminaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString
   if (origen_.Abierto()) origen_.CierraEx(true, nullptr);
   bool ok = Sincroniza(shp, msg) && Sincroniza(shx, msg) && CierraFichero(shp, msg) &&
             CierraFichero(shx, msg);
-  if (ok && !SistemaFicheros().SincronizaCarpeta(path_.c_str())) {
-    msg = mapio::Mensaje("write", path_.c_str(), errno, "its folder could not be made durable");
-    ok = false;
-  }
+  ok = ok && SincronizaCarpeta(path_.c_str(), msg);
   if (ok) {
     ok = AbreNuevo(msg) &&
          EscribeCabecera(diario::kSustituye, false, tam_shp, tam_shx, 0, 0, msg) &&
@@ -464,17 +466,30 @@ bool TDiarioMapa::TerminaSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString
   if (!ok) return false;
   f_.CierraEx(true, nullptr);
   activo_ = false;
+  // 3. The renames. The first one failing leaves the map as it was: the
+  // journal is withdrawn, and the caller removes the copies. After it the
+  // change can only go forward: the second is tried once more, and should
+  // it fail again the journal completes it on the next opening.
+  TSistemaFicheros& sf = SistemaFicheros();
+  const DString copia_shp = NombreCopia(nombres[0].c_str());
+  const DString copia_shx = NombreCopia(nombres[1].c_str());
+  if (!sf.Renombra(copia_shp.c_str(), nombres[0].c_str())) {
+    msg = mapio::Mensaje("rename", copia_shp.c_str(), errno);
+    if (sf.Borra(nombre_.c_str()) && SincronizaCarpeta(path_.c_str(), buf_msg_)) return false;
+    // The journal could not be withdrawn: the next opening completes the
+    // change; until then the map is read as it was.
+    sustituyendo_ = false;
+    AbreMapa(shp, nombres[0], buf_msg_);
+    AbreMapa(shx, nombres[1], buf_msg_);
+    return false;
+  }
   sustituyendo_ = false;
-  // 3. The renames. Should one fail, the journal completes them on the next
-  // opening.
   pendiente_ = true;
-  for (int i = 0; ok && i < 2; i++) {
-    const DString copia_n = NombreCopia(nombres[i].c_str());
-    if (!SistemaFicheros().Renombra(copia_n.c_str(), nombres[i].c_str())) {
-      msg = mapio::Mensaje("rename", copia_n.c_str(), errno);
-      ok = false;
-      pendiente_ = false;
-    }
+  ok = sf.Renombra(copia_shx.c_str(), nombres[1].c_str()) ||
+       sf.Renombra(copia_shx.c_str(), nombres[1].c_str());
+  if (!ok) {
+    msg = mapio::Mensaje("rename", copia_shx.c_str(), errno);
+    pendiente_ = false;
   }
   return AbreMapa(shp, nombres[0], ok ? msg : buf_msg_) &&
          AbreMapa(shx, nombres[1], ok ? msg : buf_msg_) && ok;
@@ -492,10 +507,7 @@ bool TDiarioMapa::DeshazSustitucion(TFicheroITV& shp, TFicheroITV& shx, DString&
 
 bool TDiarioMapa::CierraPendiente(DString& msg) {
   if (!pendiente_) return true;
-  if (!SistemaFicheros().SincronizaCarpeta(path_.c_str())) {
-    msg = mapio::Mensaje("write", path_.c_str(), errno, "its folder could not be made durable");
-    return false;
-  }
+  if (!SincronizaCarpeta(path_.c_str(), msg)) return false;
   pendiente_ = false;
   // Should the removal be lost, the journal names copies that are gone:
   // playing it does nothing.
@@ -547,10 +559,7 @@ bool TDiarioMapa::Aplica(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
 
 bool TDiarioMapa::Termina(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
   if (!Sincroniza(shp, msg) || !Sincroniza(shx, msg)) return false;
-  if (carpeta_ && !SistemaFicheros().SincronizaCarpeta(path_.c_str())) {
-    msg = mapio::Mensaje("write", path_.c_str(), errno, "its folder could not be made durable");
-    return false;
-  }
+  if (carpeta_ && !SincronizaCarpeta(path_.c_str(), msg)) return false;
   carpeta_ = false;
   if (!mapio::Escribe(f_, 0, diario::kMagiaHecho, 8, msg) || !Sincroniza(f_, msg)) {
     // Not known to be done: the journal must read as whole again, so that
@@ -601,10 +610,7 @@ bool TDiarioMapa::Recupera(const DString& path_shp, TRecuperado& que, DString& m
       ok = sf.Renombra(copia.c_str(), nombres[i].c_str());
       if (!ok) msg = mapio::Mensaje("rename", copia.c_str(), errno);
     }
-    if (ok && !sf.SincronizaCarpeta(path_shp.c_str())) {
-      msg = mapio::Mensaje("write", path_shp.c_str(), errno, "its folder could not be made durable");
-      ok = false;
-    }
+    ok = ok && SincronizaCarpeta(path_shp.c_str(), msg);
     if (!ok) {
       msg = NoRecuperado(path_shp, nombre, msg);
       return false;
@@ -641,10 +647,7 @@ bool TDiarioMapa::Recupera(const DString& path_shp, TRecuperado& que, DString& m
     }
     ok = ok && Reproduce(d, j, shp, shx, path_shp, buf, msg) && Sincroniza(shp, msg) &&
          Sincroniza(shx, msg) && shp.CierraEx(true, nullptr) && shx.CierraEx(true, nullptr);
-    if (ok && nuevos && !sf.SincronizaCarpeta(path_shp.c_str())) {
-      msg = mapio::Mensaje("write", path_shp.c_str(), errno, "its folder could not be made durable");
-      ok = false;
-    }
+    ok = ok && (!nuevos || SincronizaCarpeta(path_shp.c_str(), msg));
     if (!ok) {
       msg = NoRecuperado(path_shp, nombre, msg);
       return false;
