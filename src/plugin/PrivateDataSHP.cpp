@@ -380,6 +380,13 @@ TResultado TPrivateDataSHP::DeshazCambio() {
 }
 
 bool TPrivateDataSHP::EmpiezaAnyadidos(bool creado, DString& msg) {
+  // The records go where the header's length ends: a header that counts
+  // past the end of the file would put them beyond a gap no reader crosses.
+  if (FinShp() > shp_.FileSize64()) {
+    msg = "Error: a line cannot be added to ";
+    msg << path_.c_str() << ": the SHP header gives a length beyond the end of the file.";
+    return false;
+  }
   // What the run overwrites: the headers, and whatever stands where its
   // records and index entries go.
   copias_frescas_ = false;

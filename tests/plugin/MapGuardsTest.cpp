@@ -145,6 +145,28 @@ TEST_F(Guards, HeaderLengthJustShortOfTheLastRecord) {
   }
 }
 
+// A header whose length counts far past the end of the file: reading ends at
+// the end of the file, but an append would land beyond a gap that no reader
+// crosses (and grow the file by the gap). It is refused; the map stays.
+TEST_F(Guards, AppendAfterAHeaderCountingPastTheFileIsRefused) {
+  ShpImage img = Three();
+  PutBE32(img.shp, 24, GetBE32(img.shp, 24) + 1000000);
+  // An index whose own length ends in its header is not held against the
+  // main file's length.
+  PutBE32(img.shx, 24, 50);
+  const std::string p = Fresh(img);
+  MapSession s(p);
+  ASSERT_EQ(s.Open(), 1);
+  ASSERT_EQ(s.Read(), 1) << s.sink.All();
+  s.sink.messages.clear();
+  EXPECT_EQ(s.Add(0, kA), 0);
+  EXPECT_NE(s.sink.All().find("gives a length beyond the end of the file"), std::string::npos)
+      << s.sink.All();
+  EXPECT_EQ(s.Close(), 1);
+  EXPECT_TRUE(SameBytes(img.shp, ReadFile(p)));
+  EXPECT_TRUE(SameBytes(img.shx, ReadFile(ShxOf(p))));
+}
+
 TEST_F(Guards, FirstPartStartingAtThePointCountIsAnEmptyLine) {
   ShpBuilder b(3);
   b.Record(PolyContent(3, {0}, kA)).Record(PolyContent(3, {3}, kB)).Record(PolyContent(3, {0}, kC));
