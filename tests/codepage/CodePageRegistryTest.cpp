@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "codepage/CodePageHelper.h"
-
-extern "C" const char* firma;
 
 namespace {
 
@@ -17,12 +13,6 @@ TCodePageVarda euro_table(int cp) {
   t.tabla[0x69] = 0x20AC;  // a later match for the same code wins
   t.tabla[1] = 0x05D0;
   return t;
-}
-
-TEST(CodePageRegistry, GlobalAndSignatureExist) {
-  ASSERT_NE(CodePageHelper, nullptr);
-  EXPECT_STREQ(firma, "VardaGPS-codepage table file");
-  TCodePageHelper::Init();
 }
 
 TEST(CodePageRegistry, NamesAndNumbers) {
@@ -39,28 +29,17 @@ TEST(CodePageRegistry, NamesAndNumbers) {
   EXPECT_FALSE(h.IsCodePage_RigtToLeft(1257));
 }
 
-TEST(CodePageRegistry, LookupWithoutTables) {
-  TCodePageHelper h;
-  EXPECT_EQ(h.numero, 0);
-  EXPECT_EQ(h.cache_codepage, -1);
-  EXPECT_EQ(h.cache_indice, -1);
-  EXPECT_EQ(h.CodepagePropio(1252), -1);
-  EXPECT_EQ(h.KeyFromUTFToCodepage(0x20AC, 1252), 0x20AC);
-  EXPECT_EQ(h.KeyFromUTFToCodepage(65, 1252), 65);
-}
-
 TEST(CodePageRegistry, LookupThroughATable) {
   TCodePageHelper h;
   h.Anyade(euro_table(1255));
   h.Anyade(euro_table(1252));
   EXPECT_EQ(h.CodepagePropio(0), 1);  // 0 stands for 1252
-  EXPECT_EQ(h.cache_codepage, 1252);
   EXPECT_EQ(h.CodepagePropio(1255), 0);
   EXPECT_EQ(h.KeyFromUTFToCodepage(0x20AC, 0), 128 + 0x69);
   EXPECT_EQ(h.KeyFromUTFToCodepage(0x05D0, 1252), 129);
   EXPECT_EQ(h.KeyFromUTFToCodepage(0x0416, 1252), 63);
   EXPECT_EQ(h.KeyFromUTFToCodepage(0x41, 1252), 0x41);
-  EXPECT_EQ(h.KeyFromUTFToCodepage(0x20AC, 1256), 0x20AC);
+  EXPECT_EQ(h.KeyFromUTFToCodepage(0x20AC, 1256), 0x20AC);  // no table: passed through
 }
 
 TEST(CodePageRegistry, CacheIsNotClearedWhenTablesAreAdded) {
@@ -70,20 +49,6 @@ TEST(CodePageRegistry, CacheIsNotClearedWhenTablesAreAdded) {
   EXPECT_EQ(h.CodepagePropio(1254), -1);  // still the remembered answer
   EXPECT_EQ(h.CodepagePropio(1253), -1);
   EXPECT_EQ(h.CodepagePropio(1254), 0);
-}
-
-TEST(CodePageRegistry, OpeningATableFileAddsAnEmptyOne) {
-  TCodePageHelper h;
-  h.AbreCodepage(1252);
-  EXPECT_EQ(h.numero, 0);
-  // The name is never looked at, so no real file name object is needed.
-  char unused[64] = {};
-  TStringNomFitx& name = *reinterpret_cast<TStringNomFitx*>(unused);
-  TCodePageVarda* t = h.AbreCodepage(name);
-  ASSERT_NE(t, nullptr);
-  EXPECT_EQ(h.numero, 1);
-  EXPECT_EQ(t->num_paginas, 0);
-  EXPECT_TRUE(t->LeeFitx(name));
 }
 
 TEST(CodePageRegistry, DeleteGlobalsFreesTheRegistry) {

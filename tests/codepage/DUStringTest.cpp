@@ -21,21 +21,16 @@ std::string u8(const std::wstring& w) {
 TEST(DUString, ConstructionConvertsThroughTheRegistry) {
   DUString u("caf\xC3\xA9", -1, 0);  // 0: the default code page, UTF-8
   EXPECT_EQ(text(u), L"caf\u00e9");
-  EXPECT_EQ(u.Capacidad(), 5 + 20);
   DUString l("caf\xE9", 3, 1252);
   EXPECT_EQ(text(l), L"caf");
-  DUString e(nullptr, -1, 1252);
-  EXPECT_EQ(e.strlen(), 0);
-  DUString c(8);
-  EXPECT_EQ(c.strlen(), 0);
+  EXPECT_EQ(DUString(nullptr, -1, 1252).strlen(), 0);
+  // Without a buffer every member treats the string as empty.
   DUString none(0);
-  EXPECT_EQ(none.strlen(), 0);
   EXPECT_EQ(none.IndexOf(L'a', 0), -1);
   none.Reverse(0, -1);
   none.ReverseFrase();
   none = "abc";
-  EXPECT_EQ(DUString::wcslen(L"abcd"), 4);
-  EXPECT_EQ(DUString::wcslen(nullptr), 0);
+  EXPECT_EQ(none.strlen(), 0);
 }
 
 TEST(DUString, IndexOf) {

@@ -25,12 +25,8 @@ std::string put(int c) {
   return std::string(buf, static_cast<size_t>(n));
 }
 
-TEST(Utf8Codec, DecodesValidSequencesOfEveryLength) {
-  EXPECT_EQ(get("A").code, 0x41);
-  EXPECT_EQ(get("\xC3\xA9").code, 0xE9);
-  EXPECT_EQ(get("\xC3\xA9").used, 2);
-  EXPECT_EQ(get("\xE2\x82\xAC").code, 0x20AC);
-  EXPECT_EQ(get("\xE2\x82\xAC").used, 3);
+// One to three bytes are decoded in the round trip below.
+TEST(Utf8Codec, DecodesFourByteSequencesAndUncheckedValues) {
   EXPECT_EQ(get("\xF0\x9F\x98\x80").code, 0x1F600);
   EXPECT_EQ(get("\xF0\x9F\x98\x80").used, 4);
   // No overlong or surrogate checks: arithmetic values come out.
@@ -66,13 +62,10 @@ TEST(Utf8Codec, InvalidSequencesGiveReplacementAfterTheBytesRead) {
 }
 
 TEST(Utf8Codec, EncodesExactlyBelowTheSupplementaryPlanes) {
-  EXPECT_EQ(put(0x41), "A");
   EXPECT_EQ(put(0x7F), "\x7F");
   EXPECT_EQ(put(0x80), "\xC2\x80");
-  EXPECT_EQ(put(0xE9), "\xC3\xA9");
   EXPECT_EQ(put(0x7FF), "\xDF\xBF");
   EXPECT_EQ(put(0x800), "\xE0\xA0\x80");
-  EXPECT_EQ(put(0x20AC), "\xE2\x82\xAC");
   EXPECT_EQ(put(0xFFFF), "\xEF\xBF\xBF");
   for (int c = 0; c < 0x10000; c++) {
     std::string b = put(c);

@@ -49,6 +49,7 @@ std::string Script(TFicheroITV& f, const std::string& name, int mode) {
     out << " errno " << f.ErrnoSistema();
     return out.str();
   }
+  out << " pos " << f.PosActual64();
   char buf[8] = {};
   out << " | read3 " << f.LeeTokenBin(buf, 3, nullptr, -1) << " " << Show(buf, 3);
   const bool wrote = Write(f, "XY");

@@ -50,19 +50,6 @@ TEST_F(FitxUtilsTest, RelativeNameWithMissingTopFolderCreatesNothing) {
   EXPECT_NE(stat(top.c_str(), &st), 0);
 }
 
-TEST_F(FitxUtilsTest, RemovingAndRenaming) {
-  ASSERT_TRUE(tmp.Write("f.dat", "abc"));
-  EXPECT_TRUE(TFitxUtils::Move_File(N(tmp / "f.dat"), N(tmp / "g.dat")));
-  EXPECT_EQ(tmp.Read("g.dat"), "abc");
-  EXPECT_FALSE(TFitxUtils::Verifica_Existencia_Archivo_1(N(tmp / "f.dat")));
-  ASSERT_TRUE(tmp.MakeDir("d"));
-  EXPECT_TRUE(TFitxUtils::Move_File(N(tmp / "g.dat"), N(tmp / "d/g.dat")));
-  EXPECT_FALSE(TFitxUtils::Remove_Directory(N(tmp / "d")));  // not empty
-  EXPECT_TRUE(TFitxUtils::Delete_File(N(tmp / "d/g.dat")));
-  EXPECT_FALSE(TFitxUtils::Delete_File(N(tmp / "d/g.dat")));
-  EXPECT_TRUE(TFitxUtils::Remove_Directory(N(tmp / "d")));
-}
-
 TEST_F(FitxUtilsTest, CountsListsAndDeletesWholeTrees) {
   ASSERT_TRUE(tmp.Make({"t/", "t/s/", "t/s/deep/", "t/empty/", "t/a", "t/.hidden", "t/s/b",
                         "t/s/deep/c", "outside/", "outside/keep"}));
@@ -111,16 +98,6 @@ TEST_F(FitxUtilsTest, DeletesFilesByPrefixAndExtension) {
   TFitxUtils::Files_Carpeta(N(tmp.path()), left, true, true);
   EXPECT_EQ(names(left), (std::set<std::string>{tmp / "Map3.tmp", tmp / "map4.txt",
                                                 tmp / "map5", tmp / "sub/map6.tmp"}));
-}
-
-TEST(FitxUtilsFixed, PlatformStubsGiveTheirFixedAnswers) {
-  TStringNomFitx n("/");
-  EXPECT_FALSE(TFitxUtils::IsFileReadOnly(n) || TFitxUtils::IsFileHidden(n));
-  EXPECT_TRUE(TFitxUtils::IsFilePermanentDisk(n));
-  EXPECT_FALSE(TFitxUtils::Copy_File(n, n, true) || TFitxUtils::Allow_Disk_Space(n, 1));
-  long long free_bytes = 123;
-  EXPECT_FALSE(TFitxUtils::Disk_Free(n, free_bytes));
-  EXPECT_EQ(free_bytes, 0);
 }
 
 }  // namespace

@@ -79,8 +79,6 @@ TEST_F(IteradorFitxTest, PatternsRestartsAndBackslashes) {
   EXPECT_EQ(std::string(win.fitx.c_str()), tmp / "c.txt");
   TIteradorFitx none(TStringNomFitx((tmp / "nope/*.*").c_str()));
   EXPECT_FALSE(none.Siguiente());
-  Vector<TStringNomFitx> list(10, 10, true);  // tree searches are not available
-  EXPECT_FALSE(Busca_Archivos_Carpetas(TStringNomFitx((tmp / "*").c_str()), list));
 }
 
 }  // namespace

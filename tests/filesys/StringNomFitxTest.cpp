@@ -123,7 +123,6 @@ TEST(StringNomFitx, BaseFoldersAndStoredNames) {
   TStringNomFitx::Set_this_Path_de_AppData("/var/app");
   EXPECT_TRUE(a.Set_Path_Temp());
   EXPECT_EQ(S(a), "/var/app/temp/f.cfg");
-  EXPECT_EQ(S(TStringNomFitx::Ret_Path_AppData()), "");  // a different static
 
   TStringNomFitx s("/opt/app/m.shp;/opt/app/x");
   s.CodificaNomFitx();

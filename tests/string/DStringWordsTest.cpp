@@ -17,48 +17,35 @@ std::vector<std::string> words_of(Vector<DString>& v) {
 using W = std::vector<std::string>;
 
 TEST(DStringWords, SplittingAtSeparators) {
+  const struct {
+    const char* text;
+    const char* seps;
+    int limit;        // past it, the rest joins the last word
+    bool keep_empty;  // empty words between separators
+    W want;
+  } cases[] = {
+      {"a,,b", ",", -1, false, {"a", "b"}},
+      {"a,,b", ",", -1, true, {"a", "", "b"}},
+      {"a,b,", ",", -1, false, {"a", "b"}},
+      {",a,b", ",", -1, false, {",a", "b"}},  // a leading separator stays in the word
+      {",a", ",", -1, true, {"", "a"}},
+      {"x;y z", "; ", -1, false, {"x", "y", "z"}},
+      {"", ",", -1, false, {}},
+      {"", ",", -1, true, {}},
+      {"abc", nullptr, -1, false, {"abc"}},
+      {"a,b,c", ",", 2, false, {"a", "b,c"}},
+      {"a,b,c,d", ",", 1, false, {"a,b,c,d"}},
+      {"a,b", ",", 5, false, {"a", "b"}},
+      {"a,b,", ",", 2, false, {"a", "b"}},
+  };
+  for (const auto& c : cases) {
+    Vector<DString> v(0, 10, true);
+    v.Anyade(DString("stale"));
+    EXPECT_TRUE(DString(c.text).Separa_En_Palabras(c.seps, v, c.limit, c.keep_empty));
+    EXPECT_EQ(words_of(v), c.want) << '"' << c.text << "\" limit " << c.limit << " empty "
+                                   << c.keep_empty;
+  }
   Vector<DString> v(0, 10, true);
-  DString("a,,b").Separa_En_Palabras(",", v);
-  EXPECT_EQ(words_of(v), (W{"a", "b"}));
-  DString("a,,b").Separa_En_Palabras(",", v, -1, true);
-  EXPECT_EQ(words_of(v), (W{"a", "", "b"}));
-  DString("a,b,").Separa_En_Palabras(",", v);
-  EXPECT_EQ(words_of(v), (W{"a", "b"}));
-  DString(",a,b").Separa_En_Palabras(",", v);
-  EXPECT_EQ(words_of(v), (W{",a", "b"}));  // a leading separator stays in the word
-  DString(",a").Separa_En_Palabras(",", v, -1, true);
-  EXPECT_EQ(words_of(v), (W{"", "a"}));
-  DString("x;y z").Separa_En_Palabras("; ", v);
-  EXPECT_EQ(words_of(v), (W{"x", "y", "z"}));
-  DString().Separa_En_Palabras(",", v);
-  EXPECT_EQ(v.numero, 0);
-  DString("").Separa_En_Palabras(",", v, -1, true);
-  EXPECT_EQ(v.numero, 0);
-  EXPECT_TRUE(DString("abc").Separa_En_Palabras(nullptr, v));
-  EXPECT_EQ(words_of(v), (W{"abc"}));
-}
-
-TEST(DStringWords, PluginOptionsText) {
-  DString opts("inpoint=2.35,48.85"), key, value;
-  ASSERT_TRUE(opts.Separa_Por_Asignacion(key, value));
-  EXPECT_EQ(key.Strcmp("inpoint"), 0);
-  Vector<DString> v(0, 10, true);
-  value.Separa_En_Palabras(",", v, -1, false);
-  ASSERT_EQ(v.numero, 2);
-  EXPECT_DOUBLE_EQ(v[0].atof(false), 2.35);
-  EXPECT_DOUBLE_EQ(v[1].atof(false), 48.85);
-}
-
-TEST(DStringWords, LimitJoinsTheRestToTheLastWord) {
-  Vector<DString> v(0, 10, true);
-  DString("a,b,c").Separa_En_Palabras(",", v, 2);
-  EXPECT_EQ(words_of(v), (W{"a", "b,c"}));
-  DString("a,b,c,d").Separa_En_Palabras(",", v, 1);
-  EXPECT_EQ(words_of(v), (W{"a,b,c,d"}));
-  DString("a,b").Separa_En_Palabras(",", v, 5);
-  EXPECT_EQ(words_of(v), (W{"a", "b"}));
-  DString("a,b,").Separa_En_Palabras(",", v, 2);
-  EXPECT_EQ(words_of(v), (W{"a", "b"}));
   EXPECT_THROW(DString("a,b").Separa_En_Palabras(",", v, 0), TXErrorVectoresDG);
 }
 
@@ -156,23 +143,6 @@ TEST(DStringCleanup, TrimmingAndRemoval) {
   DString path("a\\b\\c");
   path.Arregla_dir_carac();
   EXPECT_STREQ(path.c_str(), "a/b/c");
-}
-
-TEST(DStringCleanup, MembersThatDoNothing) {
-  DString s("MiXed");
-  s.A_Mayusculas(true);
-  s.A_Minusculas(false);
-  s.ProperCase();
-  s.Elimina_Caracteres_128();
-  s.Lee_Unicode(L"x", 1);
-  s.ChangeCodepage(1252);
-  EXPECT_FALSE(s.SimplificaAcentosEnyesEtc());
-  EXPECT_FALSE(s.ExpandeEnyesStrassenEtc());
-  EXPECT_EQ(s.KeyFromUTFToCodepage(0x20AC, 1252), -1);
-  Clipboard_GetTextBuf(s);
-  Clipboard_SetTextBuf(s);
-  EXPECT_STREQ(s.c_str(), "MiXed");
-  EXPECT_EQ(s.GetCodepage(), 65001);
 }
 
 }  // namespace

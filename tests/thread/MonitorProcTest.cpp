@@ -9,14 +9,9 @@
 
 namespace {
 
-TEST(TMonitorProc, FreshMonitorAndPercentages) {
+TEST(TMonitorProc, Percentages) {
   TMonitorProc m;
-  EXPECT_TRUE(m.actual == -1 && m.npasos == 10 && !m.stop && m.reservado == 0 && m.peso == 0);
-  EXPECT_TRUE(m.padre == nullptr && m.hijo == nullptr && m.func_cancel == nullptr);
-  EXPECT_TRUE(m.texto.IsEmpty() && m.subtexto.IsEmpty() && m.inicio.Es_NULL());
-  EXPECT_EQ(m.marca, 43981);
-  EXPECT_TRUE(m.VersionFuncCancel());
-  EXPECT_FLOAT_EQ(m.Porcentaje(), 0.0f);
+  EXPECT_FLOAT_EQ(m.Porcentaje(), 0.0f);  // not yet started: -1 steps done
 
   m.Start(200);
   EXPECT_TRUE(m.Incre(50));
@@ -156,7 +151,6 @@ TEST(TMonitorProc, TextsAndRefreshesCrossTheLevels) {
 
   TMonitorProcHijo grandchild(&child, 1);
   grandchild.SetNpasos(40);
-  EXPECT_EQ(grandchild.npasos, 40);
   EXPECT_EQ(root.refreshes, 1);
 }
 

@@ -92,8 +92,6 @@ TEST(TThreadITV, StartRunsExecuteOnceAndTheDestructorJoins) {
       release.Wait();
       done = true;
     });
-    EXPECT_EQ(t.hilo, pthread_t());
-    EXPECT_EQ(t.prioridad, TThreadITV::tpNormal);
     ASSERT_TRUE(t.Start());
     EXPECT_FALSE(t.Start());
     release.Open();
@@ -113,8 +111,6 @@ TEST(TThreadITV, EntryCallsExecuteButNotFinallyAtAnyPriority) {
   for (auto p : {TThreadITV::tpNormal, TThreadITV::tpIdle, TThreadITV::tpHighest}) {
     CountingThread t;
     t.SetPriority(p);
-    t.SetPriority_s(TThreadITV::tpLower);  // does nothing
-    EXPECT_EQ(t.prioridad, p);
     ASSERT_TRUE(t.Start());
     ASSERT_TRUE(t.WaitFor());
     EXPECT_FALSE(t.WaitFor());
@@ -157,7 +153,6 @@ TEST(TThreadITV, MainThreadIsTheLoadingThread) {
   EXPECT_FALSE(TThreadITV::InMainThreadNow());
   TThreadITV::SetThisAsMainThread();
   EXPECT_TRUE(TThreadITV::InMainThreadNow());
-  Sleep(1);
   Sleep(-1000);  // returns at once
 }
 
