@@ -140,6 +140,12 @@ class Output {
     PutBe32(b, v);
     Bytes(b, 4);
   }
+  // Leaves the next n bytes a hole of the sparse file.
+  void Skip(long long n) {
+    if (n == 0) return;
+    Flush();
+    at_ += n;
+  }
   long long Position() const { return at_ + static_cast<long long>(buf_.size()); }
   void Finish(const unsigned char* header) {
     Flush();
@@ -156,6 +162,42 @@ class Output {
   File file_;
   std::vector<unsigned char> buf_;
   long long at_ = kHeader;
+};
+
+// A map written record by record, the headers last.
+class MapWriter {
+ public:
+  explicit MapWriter(const std::string& stem) : shp_(stem + ".shp"), shx_(stem + ".shx") {}
+  // A record of `content_bytes` whose first `given` bytes are `content`,
+  // the rest left as a hole.
+  void Record(const unsigned char* content, size_t given, long long content_bytes) {
+    const uint32_t words = static_cast<uint32_t>(content_bytes / 2);
+    shx_.Be32(static_cast<uint32_t>(shp_.Position() / 2));  // only the low 32 bits survive
+    shx_.Be32(words);
+    shp_.Be32(++number_);
+    shp_.Be32(words);
+    shp_.Bytes(content, given);
+    shp_.Skip(content_bytes - static_cast<long long>(given));
+    box_.AddRecord(content);
+  }
+  void Record(const std::vector<unsigned char>& content) {
+    Record(content.data(), content.size(), static_cast<long long>(content.size()));
+  }
+  // Writes both headers and closes the files; returns the .shp size.
+  long long Finish() {
+    const long long shp_bytes = shp_.Position();
+    unsigned char h[kHeader];
+    Header(h, shp_bytes, box_);
+    shp_.Finish(h);
+    Header(h, shx_.Position(), box_);
+    shx_.Finish(h);
+    return shp_bytes;
+  }
+
+ private:
+  Output shp_, shx_;
+  Box box_;
+  uint32_t number_ = 0;
 };
 
 }  // namespace
@@ -188,24 +230,13 @@ void PolyLineContent(uint32_t seed, int points, std::vector<unsigned char>& out)
 }
 
 void WriteMap(const std::string& stem, long long records) {
-  Output shp(stem + ".shp"), shx(stem + ".shx");
-  Box all;
+  MapWriter map(stem);
   std::vector<unsigned char> content;
   for (long long n = 1; n <= records; n++) {
     PolyLineContent(static_cast<uint32_t>(n), kOriginalPoints, content);
-    const uint32_t words = static_cast<uint32_t>(content.size() / 2);
-    shx.Be32(static_cast<uint32_t>(shp.Position() / 2));
-    shx.Be32(words);
-    shp.Be32(static_cast<uint32_t>(n));
-    shp.Be32(words);
-    shp.Bytes(content.data(), content.size());
-    all.AddRecord(content.data());
+    map.Record(content);
   }
-  unsigned char h[kHeader];
-  Header(h, shp.Position(), all);
-  shp.Finish(h);
-  Header(h, shx.Position(), all);
-  shx.Finish(h);
+  map.Finish();
 }
 
 std::vector<std::string> CheckMap(const std::string& stem, const std::vector<Expected>& records) {
@@ -262,17 +293,12 @@ std::vector<std::string> CheckMap(const std::string& stem, const std::vector<Exp
     }
     const uint32_t number = Be32(w.Data()), words = Be32(w.Data() + 4);
     const uint32_t ix_offset = Be32(&index[8 * (j - 1)]), ix_words = Be32(&index[8 * (j - 1) + 4]);
-    if (2LL * ix_offset != at) {
-      if (fault(rec + ": the index gives offset " + std::to_string(2LL * ix_offset))) break;
-    }
-    if (ix_words != words) {
-      if (fault(rec + ": content length " + std::to_string(words) + " words, the index says " +
-                std::to_string(ix_words)))
-        break;
-    }
-    if (number != static_cast<uint32_t>(j)) {
-      if (fault(rec + ": numbered " + std::to_string(number))) break;
-    }
+    // Each fault is listed; the walk stops once there are enough.
+    if (2LL * ix_offset != at && fault(rec + ": the index gives offset " + std::to_string(2LL * ix_offset))) break;
+    if (ix_words != words &&
+        fault(rec + ": content length " + std::to_string(words) + " words, the index says " + std::to_string(ix_words)))
+      break;
+    if (number != static_cast<uint32_t>(j) && fault(rec + ": numbered " + std::to_string(number))) break;
     const Expected& e = records[static_cast<size_t>(j - 1)];
     PolyLineContent(e.seed, e.points, want);
     if (2ull * words != want.size()) {
@@ -286,13 +312,11 @@ std::vector<std::string> CheckMap(const std::string& stem, const std::vector<Exp
       break;
     }
     const unsigned char* c = w.Data() + 8;
-    if (std::memcmp(c, want.data(), want.size()) != 0) {
-      if (fault(rec + ": contents differ from seed " + std::to_string(e.seed) + " with " +
-                std::to_string(e.points) + " points"))
-        break;
-    } else if (!header_box.Covers(c)) {
-      if (fault(rec + ": its box lies outside the header's")) break;
-    }
+    const bool same = std::memcmp(c, want.data(), want.size()) == 0;
+    if (!same && fault(rec + ": contents differ from seed " + std::to_string(e.seed) + " with " +
+                       std::to_string(e.points) + " points"))
+      break;
+    if (same && !header_box.Covers(c) && fault(rec + ": its box lies outside the header's")) break;
     w.Skip(8 + want.size());
     at += 8 + static_cast<long long>(want.size());
   }
@@ -320,63 +344,26 @@ long long WriteOversizedMap(const std::string& stem) {
   constexpr int kSmall = 1000;             // records before and after the hole
   constexpr long long kHuge = 70000000;    // points in each record of the hole
   constexpr int kHugeRecords = 4;
-  File shp(stem + ".shp", O_WRONLY | O_CREAT | O_TRUNC);
-  std::vector<unsigned char> index, block, content;
-  Box all;
-  long long at = kHeader;
-  uint32_t number = 0;
-  auto entry = [&](uint32_t words) {
-    unsigned char e[8];
-    PutBe32(e, static_cast<uint32_t>(at / 2));  // only the low 32 bits survive
-    PutBe32(e + 4, words);
-    index.insert(index.end(), e, e + 8);
-  };
+  MapWriter map(stem);
+  std::vector<unsigned char> content;
   auto small_records = [&](uint32_t first_seed) {
-    block.clear();
-    const long long start = at;
     for (int i = 0; i < kSmall; i++) {
       PolyLineContent(first_seed + static_cast<uint32_t>(i), kOriginalPoints, content);
-      unsigned char h[8];
-      PutBe32(h, ++number);
-      PutBe32(h + 4, static_cast<uint32_t>(content.size() / 2));
-      entry(static_cast<uint32_t>(content.size() / 2));
-      block.insert(block.end(), h, h + 8);
-      block.insert(block.end(), content.begin(), content.end());
-      all.AddRecord(content.data());
-      at += 8 + static_cast<long long>(content.size());
+      map.Record(content);
     }
-    shp.WriteAt(block.data(), block.size(), start);
   };
-
   small_records(1);
   for (int i = 0; i < kHugeRecords; i++) {
-    // Only the record header and the counts are written; the points are the
-    // zeros of the hole.
-    const long long content_bytes = 48 + 16 * kHuge;
-    unsigned char h[8 + 48] = {0};
-    PutBe32(h, ++number);
-    PutBe32(h + 4, static_cast<uint32_t>(content_bytes / 2));
-    PutLe32(h + 8, kPolyLine);
-    PutLe32(h + 8 + 36, 1);
-    PutLe32(h + 8 + 40, static_cast<int32_t>(kHuge));
-    entry(static_cast<uint32_t>(content_bytes / 2));
-    all.Add(0, 0, 0, 0);
-    shp.WriteAt(h, sizeof h, at);
-    at += 8 + content_bytes;
+    // Only the type and the counts are written; the box and the points are
+    // the zeros of the hole.
+    unsigned char counts[48] = {0};
+    PutLe32(counts, kPolyLine);
+    PutLe32(counts + 36, 1);
+    PutLe32(counts + 40, static_cast<int32_t>(kHuge));
+    map.Record(counts, sizeof counts, 48 + 16 * kHuge);
   }
   small_records(kSmall + 1);
-  const long long shp_bytes = at;
-
-  unsigned char h[kHeader];
-  Header(h, shp_bytes, all);
-  shp.WriteAt(h, kHeader, 0);
-  shp.Close();
-  File shx(stem + ".shx", O_WRONLY | O_CREAT | O_TRUNC);
-  Header(h, kHeader + static_cast<long long>(index.size()), all);
-  shx.WriteAt(h, kHeader, 0);
-  shx.WriteAt(index.data(), index.size(), kHeader);
-  shx.Close();
-  return shp_bytes;
+  return map.Finish();
 }
 
 }  // namespace large

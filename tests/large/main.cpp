@@ -112,22 +112,17 @@ class Map {
 
   // Each call returns the plug-in's result and leaves its message in Error().
   bool Open(const std::string& shp) {
-    Sink sink{{KeepText}, ""};
     std::vector<char> path(shp.begin(), shp.end());
     path.push_back('\0');
-    open_ = p_.api.Open(path.data(), &map_, &sink.record) == 1;
-    error_ = sink.text;
+    open_ = Call([&](TStringPlugIn* error) { return p_.api.Open(path.data(), &map_, error); });
     return open_;
   }
   bool Read(Delivered& d) {
-    Sink sink{{KeepText}, ""};
     std::memset(&d.record, 0, sizeof d.record);
     d.record.BeginLine = BeginLine;
     d.record.AddPoint = AddPoint;
     Progress progress;
-    const bool ok = p_.api.Read(&map_, &d.record, &sink.record, &progress) == 1;
-    error_ = sink.text;
-    return ok;
+    return Call([&](TStringPlugIn* error) { return p_.api.Read(&map_, &d.record, error, &progress); });
   }
   // Replaces record `id`, or appends when there is no such record; LastId()
   // is then the id the plug-in gave back.
@@ -147,18 +142,13 @@ class Map {
     TLineAttributesPlugIn* a = reinterpret_cast<TLineAttributesPlugIn*>(attr);
     a->id_bd = id;
     a->flags = 0;  // an open line without Z: a PolyLine record
-    Sink sink{{KeepText}, ""};
-    const bool ok = p_.api.Add(&map_, a, points, pts.data(), &sink.record) == 1;
-    error_ = sink.text;
+    const bool ok = Call([&](TStringPlugIn* error) { return p_.api.Add(&map_, a, points, pts.data(), error); });
     last_id_ = a->id_bd;
     return ok;
   }
   int32_t LastId() const { return last_id_; }
   bool Delete(int32_t id) {
-    Sink sink{{KeepText}, ""};
-    const bool ok = p_.api.Delete(&map_, id, &sink.record) == 1;
-    error_ = sink.text;
-    return ok;
+    return Call([&](TStringPlugIn* error) { return p_.api.Delete(&map_, id, error); });
   }
   void Close() {
     if (open_) p_.api.Close(&map_);
@@ -167,6 +157,14 @@ class Map {
   const std::string& Error() const { return error_; }
 
  private:
+  // Makes one call of the plug-in with a string record for its message.
+  template <class F>
+  bool Call(F call) {
+    Sink sink{{KeepText}, ""};
+    const bool ok = call(&sink.record) == 1;
+    error_ = sink.text;
+    return ok;
+  }
   PlugIn& p_;
   TVectorMapPlugIn map_;
   bool open_ = false;

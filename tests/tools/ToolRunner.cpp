@@ -1,5 +1,6 @@
 #include "ToolRunner.h"
 
+#include <gtest/gtest.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -29,6 +30,15 @@ namespace vmtest {
 
 namespace fs = std::filesystem;
 
+namespace {
+// `name` in the usual program folders, or "" when none has it.
+std::string FindProgram(const std::string& name) {
+  for (const char* dir : {"/usr/bin/", "/bin/", "/usr/local/bin/"})
+    if (access((dir + name).c_str(), X_OK) == 0) return dir + name;
+  return "";
+}
+}  // namespace
+
 std::string ReadFile(const std::string& path) {
   std::ifstream f(path, std::ios::binary);
   std::ostringstream s;
@@ -55,27 +65,21 @@ Result RunProgram(std::vector<std::string> argv_s, const std::string& input, con
   const std::string in = io / "stdin", out = io / "stdout", err = io / "stderr";
   std::ofstream(in, std::ios::binary) << input;
   if (argv_s.empty()) throw std::runtime_error("no program to run");
-  if (argv_s[0].find('/') == std::string::npos) {
-    for (const char* dir : {"/usr/bin/", "/bin/", "/usr/local/bin/"})
-      if (access((dir + argv_s[0]).c_str(), X_OK) == 0) {
-        argv_s[0] = dir + argv_s[0];
-        break;
-      }
-  }
-  std::vector<char*> argv;
-  for (std::string& a : argv_s) argv.push_back(a.data());
-  argv.push_back(nullptr);
-
+  const std::string found = argv_s[0].find('/') == std::string::npos ? FindProgram(argv_s[0]) : "";
+  if (!found.empty()) argv_s[0] = found;
   std::vector<std::string> env_s;
   for (char** e = environ; *e; ++e) {
     // The tests decide on cancellation and the progress bar themselves.
-    if (std::strncmp(*e, "VARDAMAP_", 9) == 0) continue;
-    env_s.push_back(*e);
+    if (std::strncmp(*e, "VARDAMAP_", 9) != 0) env_s.push_back(*e);
   }
   env_s.insert(env_s.end(), env.begin(), env.end());
-  std::vector<char*> envp;
-  for (std::string& e : env_s) envp.push_back(e.data());
-  envp.push_back(nullptr);
+  auto pointers = [](std::vector<std::string>& strings) {
+    std::vector<char*> p;
+    for (std::string& s : strings) p.push_back(s.data());
+    p.push_back(nullptr);
+    return p;
+  };
+  std::vector<char*> argv = pointers(argv_s), envp = pointers(env_s);
 
   posix_spawn_file_actions_t fa;
   posix_spawn_file_actions_init(&fa);
@@ -129,19 +133,39 @@ std::vector<std::string> CorpusMaps() {
 }
 
 std::string CopyCorpusMap(const std::string& name, const TempDir& dir) {
-  CopyFile(CorpusDir() + "/" + name + ".shp", dir / (name + ".shp"));
-  CopyFile(CorpusDir() + "/" + name + ".shx", dir / (name + ".shx"));
+  for (const char* ext : {".shp", ".shx"}) CopyFile(CorpusDir() + "/" + name + ext, dir / (name + ext));
   return dir / (name + ".shp");
 }
 
-int CountLines(const std::string& text) {
-  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+int CountLines(const std::string& text) { return static_cast<int>(Count(text, "\n")); }
+
+void ExpectOneLineError(const Result& r, int code, const std::string& text) {
+  EXPECT_EQ(r.code, code) << r.err;
+  EXPECT_EQ(CountLines(r.err), 1) << r.err;
+  EXPECT_EQ(r.err.rfind("vardamap: ", 0), 0u) << r.err;
+  EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
 }
 
-bool HaveProgram(const std::string& name) {
-  for (const char* dir : {"/usr/bin/", "/bin/", "/usr/local/bin/"})
-    if (access((std::string(dir) + name).c_str(), X_OK) == 0) return true;
-  return false;
+size_t Count(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
+bool HaveProgram(const std::string& name) { return !FindProgram(name).empty(); }
+
+std::vector<std::string> Entries(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir)) names.push_back(e.path().filename().string());
+  return names;
+}
+
+void Flatten(const nlohmann::json& coords, std::vector<std::vector<double>>& out) {
+  if (coords.is_array() && !coords.empty() && coords[0].is_number()) {
+    out.push_back(coords.get<std::vector<double>>());
+    return;
+  }
+  for (const nlohmann::json& c : coords) Flatten(c, out);
 }
 
 std::vector<DumpShape> ParseDump(const std::string& text) {

@@ -4,8 +4,9 @@
 #define VARDA_TESTS_TOOLS_TOOLRUNNER_H
 
 #include <string>
-#include <utility>
 #include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "support/TempDir.h"
 
@@ -40,9 +41,17 @@ std::string CopyGisMap(const std::string& name, const TempDir& dir);
 // False for a build without GDAL (its --version says so).
 bool VardamapHasGdal();
 std::vector<std::string> CorpusMaps();  // full paths of every .shp, sorted
-// The first line of `text`, and how many lines it has.
 int CountLines(const std::string& text);
+// `r` failed with `code` and one line on standard error, from vardamap and
+// holding `text`.
+void ExpectOneLineError(const Result& r, int code, const std::string& text);
+// How often `what` occurs in `text`.
+size_t Count(const std::string& text, const std::string& what);
 bool HaveProgram(const std::string& name);
+// The files and folders in `dir`, by name.
+std::vector<std::string> Entries(const std::string& dir);
+// Every position of a GeoJSON geometry's "coordinates", in order.
+void Flatten(const nlohmann::json& coords, std::vector<std::vector<double>>& out);
 
 // One delivered shape as `vardamap dump` prints it.
 struct DumpShape {

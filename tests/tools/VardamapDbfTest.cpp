@@ -28,12 +28,8 @@ std::vector<std::string> Features(const std::string& shp) {
   return features;
 }
 
-struct Files {
-  std::string shp, shx, dbf;
-  bool operator==(const Files& o) const { return shp == o.shp && shx == o.shx && dbf == o.dbf; }
-};
-
-Files Snapshot(const std::string& shp) {
+// The bytes of the map's .shp, .shx and .dbf.
+std::vector<std::string> Snapshot(const std::string& shp) {
   const std::string stem = shp.substr(0, shp.size() - 4);
   return {ReadFile(stem + ".shp"), ReadFile(stem + ".shx"), ReadFile(stem + ".dbf")};
 }
@@ -41,13 +37,10 @@ Files Snapshot(const std::string& shp) {
 // Both edits are refused with `code` and a message holding `text`, and the
 // files stay as they were.
 void ExpectEditsRefused(const std::string& map, int code, const std::string& text) {
-  const Files before = Snapshot(map);
+  const std::vector<std::string> before = Snapshot(map);
   for (const std::vector<std::string>& args :
        {std::vector<std::string>{"delete", map, "3"}, std::vector<std::string>{"add", map, "--kind", "point"}}) {
-    Result r = Vardamap(args, "1 1\n");
-    EXPECT_EQ(r.code, code) << r.err;
-    EXPECT_EQ(CountLines(r.err), 1) << r.err;
-    EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
+    ExpectOneLineError(Vardamap(args, "1 1\n"), code, text);
     EXPECT_TRUE(Snapshot(map) == before);
   }
 }
@@ -124,17 +117,14 @@ TEST(VardamapDbf, TablesThatCannotBeKeptInStepChangeNothing) {
 
   // Values the table cannot take are refused as wrong usage.
   const std::string good = CopyGisMap("nc", dir);
-  Files intact = Snapshot(good);
+  const std::vector<std::string> intact = Snapshot(good);
   for (const std::string& attr : {std::string("NOSUCH=1"), std::string("BIR74=many"), std::string("=x")}) {
     SCOPED_TRACE(attr);
-    Result r = Vardamap({"add", good, "--kind", "polygon", "--attr", attr}, "0 0\n0 1\n1 1\n");
-    EXPECT_EQ(r.code, 2) << r.err;
-    EXPECT_EQ(CountLines(r.err), 1) << r.err;
+    ExpectOneLineError(Vardamap({"add", good, "--kind", "polygon", "--attr", attr}, "0 0\n0 1\n1 1\n"), 2, "");
     EXPECT_TRUE(Snapshot(good) == intact);
   }
   // No work folder is left behind by any of these.
-  for (const auto& e : std::filesystem::directory_iterator(dir.path()))
-    EXPECT_EQ(e.path().filename().string().find(".vardamap"), std::string::npos) << e.path();
+  for (const std::string& name : Entries(dir.path())) EXPECT_EQ(name.find(".vardamap"), std::string::npos) << name;
 }
 
 TEST(VardamapDbf, BuildWithoutGdalRefusesToEditMapsWithATable) {

@@ -8,17 +8,6 @@
 
 using namespace vmtest;
 
-namespace {
-
-void ExpectOneLineError(const Result& r, int code, const std::string& text) {
-  EXPECT_EQ(r.code, code) << r.err;
-  EXPECT_EQ(CountLines(r.err), 1) << r.err;
-  EXPECT_EQ(r.err.rfind("vardamap: ", 0), 0u) << r.err;
-  EXPECT_NE(r.err.find(text), std::string::npos) << r.err;
-}
-
-}  // namespace
-
 TEST(VardamapUsage, HelpForEveryCommandAndUnknownCommands) {
   Result top = Vardamap({"--help"});
   EXPECT_EQ(top.code, 0);

@@ -38,11 +38,6 @@ void WriteLineMap(const std::string& shp, int records, int points) {
   ASSERT_TRUE(shptest::WriteFile(shp.substr(0, shp.size() - 3) + "shx", img.shx));
 }
 
-bool StartsWith(const std::string& path, long long at, const char (&magic)[9]) {
-  const shptest::Bytes b = shptest::ReadFile(path);
-  return at >= 0 && b.size() >= static_cast<size_t>(at) + 8 && std::memcmp(b.data() + at, magic, 8) == 0;
-}
-
 // The journal ends with its closing mark: from here on the plug-in may
 // change the map, and an opening plays the journal.
 bool Closed(const std::string& journal) {
@@ -63,6 +58,9 @@ bool KillWhen(const std::vector<std::string>& args, const std::string& input,
               const std::string& journal, Ready ready) {
   std::vector<std::string> all{VARDAMAP_BIN};
   all.insert(all.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (std::string& a : all) argv.push_back(&a[0]);
+  argv.push_back(nullptr);
   pid_t pid = fork();
   if (pid == 0) {
     int in = open(input.empty() ? "/dev/null" : input.c_str(), O_RDONLY);
@@ -70,25 +68,18 @@ bool KillWhen(const std::vector<std::string>& args, const std::string& input,
     dup2(in, 0);
     dup2(null, 1);
     dup2(null, 2);
-    std::vector<char*> argv;
-    for (std::string& a : all) argv.push_back(&a[0]);
-    argv.push_back(nullptr);
     execv(argv[0], argv.data());
     _exit(127);
   }
   const timespec ms{0, 1000000};
-  for (;;) {
-    if (ready()) {
-      kill(pid, SIGKILL);
-      break;
-    }
-    int status;
+  int status = 0;
+  while (!ready()) {
     if (waitpid(pid, &status, WNOHANG) == pid) return false;
     nanosleep(&ms, nullptr);
   }
-  int status = 0;
+  kill(pid, SIGKILL);
   waitpid(pid, &status, 0);
-  return WIFSIGNALED(status) && Size(journal) >= 0 && !StartsWith(journal, 0, "VRDJDONE");
+  return WIFSIGNALED(status) && Size(journal) >= 0 && ReadFile(journal).rfind("VRDJDONE", 0) != 0;
 }
 
 std::string RecoveredRow(const std::string& info) {
@@ -156,8 +147,7 @@ TEST(VardamapJournal, MadeJournalsPlayOrRefuse) {
   const std::string shp = dir / "roads.shp", shx = dir / "roads.shx", jnl = shp + ".jnl";
   WriteLineMap(shp, 6, 5);
   const shptest::Bytes good_shp = shptest::ReadFile(shp), good_shx = shptest::ReadFile(shx);
-  ASSERT_TRUE(shptest::WriteFile(jnl, Journal(1, good_shp.size(), good_shx.size(), 6,
-                                              {{0, good_shp}, {1, good_shx}})));
+  ASSERT_TRUE(shptest::WriteFile(jnl, Journal(1, good_shp.size(), good_shx.size(), 6, {{0, good_shp}, {1, good_shx}})));
   shptest::Bytes half = good_shp;
   half.resize(good_shp.size() - 40);
   ASSERT_TRUE(shptest::WriteFile(shp, half));
@@ -168,7 +158,8 @@ TEST(VardamapJournal, MadeJournalsPlayOrRefuse) {
   EXPECT_TRUE(shptest::ReadFile(shp) == good_shp);
   EXPECT_FALSE(FileExists(jnl));
 
-  const shptest::Bytes orphan = Journal(1, good_shp.size(), good_shx.size(), 6, {{2, {}, static_cast<long long>(good_shp.size())}, {3, {}, static_cast<long long>(good_shx.size())}});
+  const long long shp_size = good_shp.size(), shx_size = good_shx.size();
+  const shptest::Bytes orphan = Journal(1, shp_size, shx_size, 6, {{2, {}, shp_size}, {3, {}, shx_size}});
   ASSERT_TRUE(shptest::WriteFile(jnl, orphan));
   Result refused = Vardamap({"info", shp});
   EXPECT_EQ(refused.code, 1) << refused.out;
@@ -191,16 +182,12 @@ TEST(VardamapJournal, KilledDeleteIsPutBackAndSaid) {
     const shptest::Bytes before_shp = shptest::ReadFile(shp), before_shx = shptest::ReadFile(shx);
     bool caught = false;
     for (int attempt = 0; attempt < 5 && !caught; ++attempt) {
-      ASSERT_TRUE(shptest::WriteFile(shp, before_shp));
-      ASSERT_TRUE(shptest::WriteFile(shx, before_shx));
-      std::remove((shp + ".bak").c_str());
-      std::remove((shx + ".bak").c_str());
-      if (backups) {
-        CopyFile(shp, shp + ".bak");
-        CopyFile(shx, shx + ".bak");
+      for (const auto& [path, bytes] : {std::pair{shp, &before_shp}, std::pair{shx, &before_shx}}) {
+        ASSERT_TRUE(shptest::WriteFile(path, *bytes));
+        std::remove((path + ".bak").c_str());
+        if (backups) CopyFile(path, path + ".bak");
       }
-      caught = KillWhen({"delete", shp, "1"}, "", jnl,
-                        [&] { return Closed(jnl); });
+      caught = KillWhen({"delete", shp, "1"}, "", jnl, [&] { return Closed(jnl); });
     }
     ASSERT_TRUE(caught) << "the delete always ended before it could be killed";
 

@@ -2,22 +2,11 @@
 // --png writes the same picture as a PNG.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <sstream>
 
 #include "ToolRunner.h"
 
 using namespace vmtest;
-
-namespace {
-
-size_t Count(const std::string& text, const std::string& what) {
-  size_t n = 0;
-  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
-}
-
-}  // namespace
 
 TEST(VardamapRender, ShapesSmallerThanAPixelBecomeDotsOneAPixel) {
   TempDir dir;
