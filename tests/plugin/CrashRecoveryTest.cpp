@@ -4,8 +4,10 @@
 // - the process killed after each of its writes in turn,
 // - the power lost at every point of the write log, with any of the writes
 //   not yet made durable lost too,
-// - a write, sync, seek or truncation failing: the call reports it and the
-//   files are at once as before the call.
+// - a write, sync, seek, close, truncation or rename failing: the call
+//   reports it, the files are at once as before the call, and no file of the
+//   call's own is left beside them,
+// - the folder made read-only: the first change is refused.
 //
 // The whole states are never written out by hand: S_i is what the same
 // scenario leaves, without faults, when it stops after its i-th edit and
@@ -103,6 +105,7 @@ const std::vector<Scenario>& Table() {
       {"delete last", Small, false, {{3, -1}}},
       {"replace then delete", Small, false, {{2, 6}, {1, -1}}},
       {"appends then delete", Small, false, {{0, 3}, {0, 2}, {2, -1}}},
+      {"delete then append", Small, false, {{1, -1}, {0, 4}}},
       {"cache edge: replace growing", CacheEdge, false, {{11, 450}}},
       {"cache edge: replace shrinking, bak present", CacheEdge, true, {{11, 300}}},
       {"cache edge: delete first", CacheEdge, false, {{1, -1}}},
@@ -149,6 +152,7 @@ struct States {
   int counts[FaultDisk::kNumOps] = {};  // operations of the whole run
   int reading[FaultDisk::kNumOps] = {};  // of opening, reading and closing alone
   std::vector<int> records;              // records in S_i
+  std::vector<Outcome> clean;            // the calls of the whole run
 };
 
 class CrashRecovery : public ::testing::TestWithParam<size_t> {
@@ -195,7 +199,9 @@ class CrashRecovery : public ::testing::TestWithParam<size_t> {
     for (int i = 0; i <= M(); i++) {
       Prepare();
       if (i == 0) st.before = mem.Files();
-      for (const Outcome& o : Play(i)) EXPECT_EQ(o.result, 1) << "fault-free, " << i << " edits: " << o.call;
+      const std::vector<Outcome> got = Play(i);
+      for (const Outcome& o : got) EXPECT_EQ(o.result, 1) << "fault-free, " << i << " edits: " << o.call;
+      if (i == M()) st.clean = got;
       st.s.push_back(MapFiles(mem));
       for (int op = 0; op < FaultDisk::kNumOps; op++)
         (i == 0 ? st.reading : st.counts)[op] = faults.Count(static_cast<FaultDisk::Op>(op));
@@ -238,21 +244,27 @@ class CrashRecovery : public ::testing::TestWithParam<size_t> {
   }
 
   // Opens the map on `d` again (the recovering open) and closes it; what is
-  // wrong with what it leaves, or "".
+  // wrong with what it leaves, or "". The backups must be whole both as the
+  // cut leaves them and after the recovering open.
   std::string Recover(MemoryDisk& d, const std::set<int>& allowed) {
     const States& st = Ref();
+    std::string p;
+    const auto check_files = [&](bool recovered) {
+      for (const std::string& n : d.Names()) {
+        const bool bak = S().map && (n == kShp + ".bak" || n == kShx + ".bak");
+        if (recovered && n != kShp && n != kShx && !bak) p += " " + BaseName(n) + " left behind;";
+        if (bak && d.Get(n) != (n == kShp + ".bak" ? S().map().img.shp : S().map().img.shx))
+          p += " " + BaseName(n) + " is not a whole copy of the map (" + std::to_string(d.Get(n).size()) + " B)" +
+               (recovered ? ";" : " before the recovering open;");
+      }
+    };
+    check_files(false);
     EditRun run(nullptr, kShp, false, false);
     run.Open();
     run.Close();
-    std::string p;
     if (d.Exists(kShp) && run.outcomes[0].result != 1)
       p += " the recovering open failed (" + Show(run.outcomes) + ");";
-    for (const std::string& n : d.Names()) {
-      const bool bak = S().map && (n == kShp + ".bak" || n == kShx + ".bak");
-      if (n != kShp && n != kShx && !bak) p += " " + BaseName(n) + " left behind;";
-      if (bak && d.Get(n) != (n == kShp + ".bak" ? S().map().img.shp : S().map().img.shx))
-        p += " " + BaseName(n) + " is not a whole copy of the map (" + std::to_string(d.Get(n).size()) + " B);";
-    }
+    check_files(true);
     const FileImages got = MapFiles(d);
     const auto state = [&](int k) { return k < 0 ? FileImages() : st.s[static_cast<size_t>(k)]; };
     for (int k : allowed)
@@ -303,7 +315,9 @@ TEST_P(CrashRecovery, FaultFreeScenarioDoesWhatItSays) {
   }
 }
 
-TEST_P(CrashRecovery, KilledAfterEveryWrite) {
+// Killed after every write call; on the small maps also after every byte,
+// which leaves the write that crosses the limit torn.
+TEST_P(CrashRecovery, KilledAfterEveryWriteAndByte) {
   const int writes = Ref().counts[FaultDisk::kWrite];
   for (int n = 0; n <= writes + 1; n++) {
     Prepare();
@@ -314,6 +328,16 @@ TEST_P(CrashRecovery, KilledAfterEveryWrite) {
     }
     faults.Reset();
     Note("killed after " + std::to_string(n) + " writes", Recover(mem, AllowedAt(got, SIZE_MAX, false)));
+  }
+  if (S().map && S().map != Small) return;
+  for (long long n = 0;; n++) {
+    Prepare();
+    faults.CrashAfterBytes(n);
+    const std::vector<Outcome> got = Play(M());
+    const bool crashed = faults.Crashed();
+    faults.Reset();
+    Note("killed after " + std::to_string(n) + " bytes", Recover(mem, AllowedAt(got, SIZE_MAX, false)));
+    if (!crashed) break;
   }
 }
 
@@ -367,9 +391,11 @@ TEST_P(CrashRecovery, FailedCallLeavesTheFilesAsBefore) {
   const struct {
     FaultDisk::Op op;
     const char* name;
-  } ops[] = {{FaultDisk::kWrite, "write"}, {FaultDisk::kSync, "sync"}, {FaultDisk::kSeek, "seek"},
+  } ops[] = {{FaultDisk::kWrite, "write"},       {FaultDisk::kSync, "sync"},
+             {FaultDisk::kSeek, "seek"},         {FaultDisk::kClose, "close"},
              {FaultDisk::kTruncate, "truncate"}, {FaultDisk::kRename, "rename"}};
   for (const auto& kind : ops) {
+    std::set<std::string> failed_calls;
     // The 3 MB maps fail only writes, syncs and truncations that follow
     // their reading: a run costs a read of megabytes, and the smaller maps
     // fail their reads and seeks already.
@@ -383,12 +409,14 @@ TEST_P(CrashRecovery, FailedCallLeavesTheFilesAsBefore) {
       // At once, in the same process: the files as before the failed call
       // (or, for an edit, as its predecessor leaves them once closed).
       int edits = 0, before = -2;
+      bool in_place = false;  // the failed call replaces or deletes beside the backups
       FileImages last = MapFiles(mem);
       std::string at_once;
       const std::vector<Outcome> got = Play(M(), [&](const Outcome& o) {
         if (IsEdit(o)) edits++;
         if (o.injected && before == -2) {
           before = o.call == "close" ? M() : IsEdit(o) ? edits - 1 : S().map ? 0 : -1;
+          in_place = IsEdit(o) && o.call.find(" as 0") == std::string::npos && (S().bak || edits > 1);
           const FileImages now = MapFiles(mem);
           if (o.result == 0 && o.call != "open" && o.call != "close" && now != last &&
               !(IsEdit(o) && now == st.s[static_cast<size_t>(edits - 1)]))
@@ -400,6 +428,7 @@ TEST_P(CrashRecovery, FailedCallLeavesTheFilesAsBefore) {
         last = MapFiles(mem);
       });
       const bool injected = faults.Injected() > 0;
+      const std::string into = BaseName(faults.InjectedInto());
       faults.Reset();
       if (!injected) {
         EXPECT_GT(n, st.counts[kind.op]);
@@ -408,18 +437,59 @@ TEST_P(CrashRecovery, FailedCallLeavesTheFilesAsBefore) {
         break;
       }
       ASSERT_LE(n, 4 * st.counts[kind.op] + 50) << "the failure makes the edit run away" << Show(got);
-      // Once a change made on copies is committed it only goes forward: a
-      // rename that fails then is tried again, and the calls all succeed.
+      // Once a change is committed it only goes forward and the calls all
+      // succeed: a rename of a change made on copies that fails then is tried
+      // again; a journal durable and marked done that fails to close is no
+      // failure; nor need be a map file that fails to close after a change
+      // made in place, beside the backups.
       const bool all_done = std::all_of(got.begin(), got.end(), [](const Outcome& o) { return o.result == 1; });
-      if (kind.op == FaultDisk::kRename && all_done) {
+      const bool journal_closed = kind.op == FaultDisk::kClose && into == "MAP.shp.jnl";
+      if (journal_closed || (all_done && (kind.op == FaultDisk::kRename || (kind.op == FaultDisk::kClose && in_place)))) {
+        EXPECT_TRUE(all_done) << Show(got);
         Note(what, Recover(mem, {M()}));
         continue;
       }
-      CheckReported(got, error);
+      const Outcome* o = CheckReported(got, error);
+      ASSERT_NE(o, nullptr) << Show(got);
+      if (o->result == 0) failed_calls.insert(o->call.substr(0, o->call.find(' ')));
+      // The failed call leaves no file of its own; a closing that failed may
+      // leave the journal, for the next open to write into the map.
+      for (const std::string& n : mem.Names())
+        if (n != kShp && n != kShx && n != kShp + ".bak" && n != kShx + ".bak" &&
+            !(n == kShp + ".jnl" && o->call == "close"))
+          Note(what, " " + BaseName(n) + " left by the failed " + o->call);
       // A created map whose making failed is no map yet: nothing to recover.
       if (before >= 0) Note(what, at_once + Recover(mem, {before}));
     }
+    // Every call that writes met a failed write: the edits, closing after
+    // appends (they go into the map then, or at the next other edit), and
+    // opening a created map (its empty headers).
+    if (kind.op != FaultDisk::kWrite) continue;
+    bool appends = false;
+    for (const Outcome& o : st.clean) {
+      const std::string verb = o.call.substr(0, o.call.find(' '));
+      if (IsEdit(o)) appends = !S().map || o.call.find(" as 0") != std::string::npos;
+      if (verb == "read" || (verb == "open" && S().map) || (verb == "close" && !appends)) continue;
+      EXPECT_TRUE(failed_calls.count(verb)) << "no write failure met " << verb;
+    }
   }
+}
+
+// A folder where no file can be made or removed (the memory disk's, which
+// binds whoever runs the test): opening and reading succeed, the first edit
+// is refused naming the map and the reason, and nothing changes.
+TEST_P(CrashRecovery, ReadOnlyFolderRefusesTheFirstChange) {
+  if (!S().map) return;  // a created map needs the folder writable to be made
+  Prepare();
+  const FileImages before = mem.Files();
+  const std::vector<Outcome> got = Play(M(), [&](const Outcome& o) {
+    if (o.call == "read") mem.SetReadOnly(true);
+  });
+  mem.SetReadOnly(false);
+  ASSERT_EQ(got.size(), 4u) << Show(got);
+  EXPECT_EQ(got[1].result, 1) << Show(got);
+  CheckMessage(got[2], "MAP.sh", EACCES, got);
+  EXPECT_TRUE(mem.Files() == before) << Diff(before, mem.Files());
 }
 
 std::string ParamName(const ::testing::TestParamInfo<size_t>& info) {

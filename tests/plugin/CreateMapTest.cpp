@@ -34,8 +34,7 @@ TEST_F(CreateMap, NothingAddedLeavesHundredZeroBytesInBothFiles) {
   EXPECT_NE(s.map.Private(), nullptr);
   EXPECT_EQ(s.Close(), 1);
   EXPECT_EQ(s.map.Private(), nullptr);
-  EXPECT_TRUE(SameBytes(Bytes(100, 0), ReadFile(path))) << "shp";
-  EXPECT_TRUE(SameBytes(Bytes(100, 0), ReadFile(ShxOf(path)))) << "shx";
+  EXPECT_TRUE(SameMap({Bytes(100, 0), Bytes(100, 0)}, path));
   EXPECT_TRUE(s.sink.messages.empty()) << s.sink.All();
 }
 
@@ -53,7 +52,7 @@ TEST_F(CreateMap, OneAdditionWritesEveryByteOfBothFiles) {
       {"closed line", 1, {{0, 0, 0}, {0, 4, 0}, {4, 4, 0}, {0, 0, 0}}, 5, {0}},
       {"line with Z", 0, {{10, 20, 3}, {11, 21, 7}, {12, 19, 1}}, 13, {0}},
       {"area with Z", 1, {{0, 0, 2.5}, {1, 1, -4}, {2, 0, 6}, {0, 0, 2.5}}, 15, {0}},
-      {"point", 3, {{-7.25, 41.5, 0}}, 1, {}},
+      {"point: the first is kept, the box spans all", 3, {{-7.25, 41.5, 0}, {50, -60, 0}}, 1, {}},
       {"point with Z", 3, {{-7.25, 41.5, 9.5}}, 11, {}},
       // Z at or below 2.0 is no Z, yet the header's Z slots still span it.
       {"line with low Z", 0, {{1, 1, 1.5}, {2, 2, -0.5}}, 3, {0}},
@@ -68,63 +67,34 @@ TEST_F(CreateMap, OneAdditionWritesEveryByteOfBothFiles) {
     ASSERT_EQ(s.Add(c.kind, c.pts, 0, &id), 1) << s.sink.All();
     EXPECT_EQ(id, 1);
     EXPECT_EQ(s.Close(), 1);
-    ShpImage want = CreatedImage(c.type, {WrittenContent(c.type, c.parts, c.pts)}, c.pts);
-    Bytes shp = ReadFile(path), shx = ReadFile(ShxOf(path));
-    EXPECT_TRUE(SameBytes(want.shp, shp)) << "shp";
-    EXPECT_TRUE(SameBytes(want.shx, shx)) << "shx";
-    // The same facts spelt out, for a readable failure.
-    ASSERT_GE(shp.size(), 112u);
-    EXPECT_EQ(GetBE32(shp, 0), 9994);
-    EXPECT_EQ(GetBE32(shp, 24), static_cast<int32_t>(shp.size() / 2)) << "length counts the end mark";
-    EXPECT_EQ(GetLE32(shp, 28), 1000);
-    EXPECT_EQ(GetLE32(shp, 32), c.type);
-    EXPECT_EQ(GetBE32(shp, shp.size() - 4), 0) << "end mark";
-    EXPECT_EQ(GetBE32(shx, 24), 54);
-    EXPECT_EQ(GetBE32(shx, 100), 50);
+    EXPECT_TRUE(SameMap(CreatedImage(c.type, {WrittenContent(c.type, c.parts, c.pts)}, c.pts), path));
     EXPECT_TRUE(s.sink.messages.empty()) << s.sink.All();
   }
 }
 
+// Later shapes take the map's type whatever their kind. The header's Z
+// slots span every addition, greatest first, as does each record's own Z
+// range; the M range stays zero.
 TEST_F(CreateMap, SeveralAdditionsFollowOneAnotherWithOneEndMark) {
   const std::string path = dir / "three.shp";
   MapSession s(path, true);
   ASSERT_EQ(s.Open(), 1);
-  const std::vector<XYZ> a = {{1, 1, 0}, {2, 3, 0}};
-  const std::vector<XYZ> b = {{-5, 0.5, 0}, {0, 0, 0}, {4, -2, 0}};
-  const std::vector<XYZ> c = {{7, 7, 0}, {8, 9, 0}, {7, 7, 0}, {6, 6, 0}};  // parts 0 and 3
+  const std::vector<XYZ> a = {{1, 1, 4}, {2, 3, 1}};
+  const std::vector<XYZ> b = {{-5, 0.5, 5}, {0, 0, 7}, {4, -2, 2}};
+  const std::vector<XYZ> c = {{7, 7, 3}, {8, 9, 0}, {7, 7, 3}, {6, 6, 0}};  // parts 0 and 3
   int32_t ids[3] = {0, 0, 0};
   ASSERT_EQ(s.Add(0, a, 0, &ids[0]), 1);
-  ASSERT_EQ(s.Add(0, b, 17, &ids[1]), 1);  // an id on a created map appends all the same
-  ASSERT_EQ(s.Add(0, c, 1, &ids[2]), 1);
+  ASSERT_EQ(s.Add(3, b, 17, &ids[1]), 1);  // an id on a created map appends all the same
+  ASSERT_EQ(s.Add(1, c, 1, &ids[2]), 1);
   EXPECT_EQ(ids[0], 1);
   EXPECT_EQ(ids[1], 2);
   EXPECT_EQ(ids[2], 3);
   s.Close();
-  ShpImage want = CreatedImage(
-      3, {WrittenContent(3, {0}, a), WrittenContent(3, {0}, b), WrittenContent(3, {0, 3}, c)},
-      Concat({a, b, c}));
-  EXPECT_TRUE(SameBytes(want.shp, ReadFile(path))) << "shp";
-  EXPECT_TRUE(SameBytes(want.shx, ReadFile(ShxOf(path)))) << "shx";
-}
-
-TEST_F(CreateMap, HeaderZSlotsHoldGreatestThenLeast) {
-  const std::string path = dir / "z.shp";
-  MapSession s(path, true);
-  ASSERT_EQ(s.Open(), 1);
-  ASSERT_EQ(s.Add(0, {{0, 0, 4}, {1, 0, 1}, {2, 0, 3}}), 1);
-  ASSERT_EQ(s.Add(0, {{0, 1, 5}, {1, 1, 7}, {2, 1, 2}}), 1);
-  s.Close();
-  Bytes shp = ReadFile(path);
-  ASSERT_GE(shp.size(), 100u);
-  EXPECT_EQ(GetF64(shp, 68), 7.0);
-  EXPECT_EQ(GetF64(shp, 76), 1.0);
-  EXPECT_EQ(GetF64(shp, 84), 0.0);
-  EXPECT_EQ(GetF64(shp, 92), 0.0);
-  // The record's own Z range is laid out the same way.
-  ASSERT_GE(shp.size(), 108u + 44 + 4 + 48 + 16);
-  const size_t zrange = 108 + 44 + 4 + 3 * 16;
-  EXPECT_EQ(GetF64(shp, zrange), 4.0);
-  EXPECT_EQ(GetF64(shp, zrange + 8), 1.0);
+  EXPECT_TRUE(SameMap(CreatedImage(13,
+                                   {WrittenContent(13, {0}, a), WrittenContent(13, {0}, b),
+                                    WrittenContent(13, {0, 3}, c)},
+                                   Concat({a, b, c})),
+                      path));
 }
 
 struct ZCase {
@@ -153,24 +123,6 @@ TEST_F(CreateMap, ShapeTypeFollowsKindAndOnlyTheFirstPointsZ) {
     EXPECT_EQ(GetLE32(shp, 32), c.type) << "header";
     EXPECT_EQ(GetLE32(shp, 108), c.type) << "record";
   }
-}
-
-TEST_F(CreateMap, LaterShapesTakeTheMapsType) {
-  const std::string path = dir / "mixed.shp";
-  MapSession s(path, true);
-  ASSERT_EQ(s.Open(), 1);
-  const std::vector<XYZ> line = {{0, 0, 5}, {1, 1, 6}};
-  const std::vector<XYZ> point = {{3, 4, 0}};
-  const std::vector<XYZ> area = {{0, 0, 0}, {0, 1, 0}, {1, 1, 0}, {0, 0, 0}};
-  ASSERT_EQ(s.Add(0, line), 1);
-  ASSERT_EQ(s.Add(3, point), 1);
-  ASSERT_EQ(s.Add(1, area), 1);
-  s.Close();
-  ShpImage want = CreatedImage(13,
-                               {WrittenContent(13, {0}, line), WrittenContent(13, {0}, point),
-                                WrittenContent(13, {0}, area)},
-                               Concat({line, point, area}));
-  EXPECT_TRUE(SameBytes(want.shp, ReadFile(path)));
 }
 
 struct PartsCase {
@@ -203,19 +155,6 @@ TEST_F(CreateMap, PartsStartAfterEachReturnToAPartsFirstPoint) {
     ShpImage want = CreatedImage(3, {WrittenContent(3, c.parts, c.pts)}, c.pts);
     EXPECT_TRUE(SameBytes(want.shp, ReadFile(path)));
   }
-}
-
-TEST_F(CreateMap, PointRecordsKeepOnlyTheFirstPoint) {
-  const std::string path = dir / "pt.shp";
-  MapSession s(path, true);
-  ASSERT_EQ(s.Open(), 1);
-  const std::vector<XYZ> pts = {{2, 3, 0}, {50, -60, 0}};
-  ASSERT_EQ(s.Add(3, pts), 1);
-  s.Close();
-  Bytes shp = ReadFile(path);
-  ASSERT_EQ(shp.size(), 100u + 8 + 20 + 4);
-  EXPECT_EQ(GetBE32(shp, 104), 10);
-  EXPECT_TRUE(SameBytes(PointContent(1, 2, 3), Bytes(shp.begin() + 108, shp.begin() + 128)));
 }
 
 TEST_F(CreateMap, PointArrayWithShortRecordSizeIsRefused) {
@@ -269,58 +208,43 @@ TEST_F(CreateMap, LineWithoutPointsDoesNoHarm) {
   EXPECT_FALSE(r.reader.lines.empty());
 }
 
-TEST_F(CreateMap, ReadsBackUpToTheEndMark) {
+// The end mark of a created map is counted in its length: reading stops at
+// it, and a line appended after reopening must still be found by reading,
+// not hidden behind it.
+TEST_F(CreateMap, ReadsBackUpToTheEndMarkAndPastItAfterAnAppend) {
   const std::string path = dir / "back.shp";
   const std::vector<XYZ> a = {{1, 2, 3}, {4, 5, 6}};
   const std::vector<XYZ> b = {{7, 8, 9}, {1, 0, 2.5}, {0, 0, 4}};
+  const std::vector<XYZ> c = {{3, 3, 0}, {4, 5, 0}};
   {
     MapSession s(path, true);
     ASSERT_EQ(s.Open(), 1);
     ASSERT_EQ(s.Add(0, a), 1);
     ASSERT_EQ(s.Add(0, b), 1);
   }
-  MapSession s(path);
-  ASSERT_EQ(s.Open(), 1) << s.sink.All();
-  EXPECT_EQ(s.map.IndexFlag(), 1);
-  EXPECT_EQ(s.map.WriteMode(), 0);
-  Progress pr;
-  ASSERT_EQ(s.Read(s.reader, &pr), 1) << s.sink.All();
-  ASSERT_EQ(s.reader.lines.size(), 2u);
-  EXPECT_EQ(s.reader.lines[0].Id(), 1);
-  EXPECT_EQ(s.reader.lines[1].Id(), 2);
-  EXPECT_EQ(s.reader.lines[0].Flags(), 0);
-  EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[0]), a)) << Show(CoordsOf(s.reader.lines[0]));
-  EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[1]), b)) << Show(CoordsOf(s.reader.lines[1]));
-  EXPECT_EQ(pr.CountOf('A'), 2) << "the end mark is no record";
-  EXPECT_TRUE(s.sink.messages.empty()) << s.sink.All();
-}
-
-// The end mark of a created map is counted in its length; a line appended
-// after reopening must still be found by reading, not hidden behind it.
-TEST_F(CreateMap, LinesAppendedAfterReopeningAreReadBack) {
-  const std::string path = dir / "grow.shp";
-  const std::vector<XYZ> a = {{1, 1, 0}, {2, 2, 0}};
-  const std::vector<XYZ> b = {{3, 3, 0}, {4, 5, 0}};
-  {
-    MapSession s(path, true);
-    ASSERT_EQ(s.Open(), 1);
-    ASSERT_EQ(s.Add(0, a), 1);
-  }
   {
     MapSession s(path);
-    ASSERT_EQ(s.Open(), 1);
-    ASSERT_EQ(s.Read(), 1);
+    ASSERT_EQ(s.Open(), 1) << s.sink.All();
+    EXPECT_EQ(s.map.IndexFlag(), 1);
+    EXPECT_EQ(s.map.WriteMode(), 0);
+    Progress pr;
+    ASSERT_EQ(s.Read(s.reader, &pr), 1) << s.sink.All();
+    ASSERT_EQ(s.reader.lines.size(), 2u);
+    EXPECT_EQ(s.reader.lines[1].Id(), 2);
+    EXPECT_EQ(s.reader.lines[0].Flags(), 0);
+    EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[0]), a)) << Show(CoordsOf(s.reader.lines[0]));
+    EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[1]), b)) << Show(CoordsOf(s.reader.lines[1]));
+    EXPECT_EQ(pr.CountOf('A'), 2) << "the end mark is no record";
+    EXPECT_TRUE(s.sink.messages.empty()) << s.sink.All();
     int32_t id = 0;
-    ASSERT_EQ(s.Add(0, b, 0, &id), 1) << s.sink.All();
-    EXPECT_EQ(id, 2);
+    ASSERT_EQ(s.Add(0, c, 0, &id), 1) << s.sink.All();
+    EXPECT_EQ(id, 3);
   }
   MapSession s(path);
-  ASSERT_EQ(s.Open(), 1);
-  ASSERT_EQ(s.Read(), 1) << s.sink.All();
-  ASSERT_EQ(s.reader.lines.size(), 2u) << "the appended line is not read back";
-  EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[1]), b));
-  // Deleting it must work too.
-  EXPECT_EQ(s.Delete(2), 1) << s.sink.All();
+  ASSERT_EQ(s.OpenAndRead(), 1) << s.sink.All();
+  ASSERT_EQ(s.reader.lines.size(), 3u) << "the appended line is not read back";
+  EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[2]), c));
+  EXPECT_EQ(s.Delete(3), 1) << s.sink.All();
 }
 
 }  // namespace

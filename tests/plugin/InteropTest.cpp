@@ -95,62 +95,53 @@ struct Shape {
   std::vector<XYZ> pts;
 };
 
-// Reads `path` with every available tool and the module itself and compares
-// with `shapes` (all points in order, Z where `with_z`).
+std::vector<std::vector<XYZ>> PointsOf(const std::vector<ToolShape>& shapes) {
+  std::vector<std::vector<XYZ>> v;
+  for (const ToolShape& s : shapes) v.push_back(s.pts);
+  return v;
+}
+
+// Reads `path` with the module itself and every available tool and compares
+// with `shapes`: all their points in order, Z where `with_z`; of a point
+// shape only its first point. The module and pyshp give the exact values
+// (with Z only for lines with Z), the tools 15 digits.
 void ExpectToolsAgree(const std::string& path, const std::vector<Shape>& shapes, bool with_z,
                       bool points) {
-  // The module itself.
+  const auto compare = [&](const std::string& who, const std::vector<std::vector<XYZ>>& got,
+                           bool exact, const std::string& out) {
+    EXPECT_EQ(got.size(), shapes.size()) << who << out;
+    for (size_t i = 0; i < shapes.size() && i < got.size(); i++) {
+      std::vector<XYZ> want = points ? std::vector<XYZ>{shapes[i].pts[0]} : shapes[i].pts;
+      if (exact && (!with_z || points))
+        for (XYZ& p : want) p.z = 0;
+      EXPECT_TRUE(exact ? SameXYZ(got[i], want) : NearXYZ(got[i], want, with_z))
+          << who << ", shape " << i << ": " << Show(got[i]);
+    }
+  };
   {
     MapSession s(path);
-    ASSERT_EQ(s.Open(), 1) << s.sink.All();
-    ASSERT_EQ(s.Read(), 1) << s.sink.All();
-    EXPECT_EQ(s.reader.lines.size(), shapes.size()) << "module";
-    for (size_t i = 0; i < shapes.size() && i < s.reader.lines.size(); i++) {
-      std::vector<XYZ> want = points ? std::vector<XYZ>{shapes[i].pts[0]} : shapes[i].pts;
-      for (XYZ& p : want)
-        if (!with_z || points) p.z = 0;
-      EXPECT_TRUE(SameXYZ(CoordsOf(s.reader.lines[i]), want))
-          << "module, shape " << i << ": " << Show(CoordsOf(s.reader.lines[i]));
-    }
+    ASSERT_EQ(s.OpenAndRead(), 1) << s.sink.All();
+    std::vector<std::vector<XYZ>> got;
+    for (const GotLine& l : s.reader.lines) got.push_back(CoordsOf(l));
+    compare("module", got, true, "");
   }
   if (!PythonWithPyshp().empty()) {
     std::string problem;
     std::vector<ToolShape> got = PyshpShapes(path, &problem);
     EXPECT_TRUE(problem.empty()) << problem;
-    EXPECT_EQ(got.size(), shapes.size()) << "pyshp";
-    for (size_t i = 0; i < shapes.size() && i < got.size(); i++) {
-      std::vector<XYZ> want = points ? std::vector<XYZ>{shapes[i].pts[0]} : shapes[i].pts;
-      for (XYZ& p : want)
-        if (!with_z || points) p.z = 0;
-      EXPECT_TRUE(SameXYZ(got[i].pts, want)) << "pyshp, shape " << i << ": " << Show(got[i].pts);
-      EXPECT_EQ(got[i].id, static_cast<int>(i + 1));
-    }
+    for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i].id, static_cast<int>(i + 1));
+    compare("pyshp", PointsOf(got), true, "");
   }
-  if (HaveTool("shpdump")) {
-    CommandResult r = RunCommand("shpdump " + Quote(path));
-    EXPECT_EQ(r.status, 0) << "shpdump";
-    EXPECT_EQ(r.err, "") << "shpdump";
-    std::vector<ToolShape> got = ParseShpdump(r.out);
-    EXPECT_EQ(got.size(), shapes.size()) << "shpdump:\n" << r.out;
-    for (size_t i = 0; i < shapes.size() && i < got.size(); i++) {
-      std::vector<XYZ> want = points ? std::vector<XYZ>{shapes[i].pts[0]} : shapes[i].pts;
-      EXPECT_TRUE(NearXYZ(got[i].pts, want, with_z)) << "shpdump, shape " << i << ": "
-                                                     << Show(got[i].pts);
+  for (const std::string tool : {"shpdump", "ogrinfo"}) {
+    if (!HaveTool(tool)) continue;
+    const bool ogr = tool == "ogrinfo";
+    CommandResult r = RunCommand(tool + (ogr ? " -al " : " ") + Quote(path));
+    EXPECT_EQ(r.status, 0) << tool;
+    EXPECT_EQ(r.err, "") << tool;
+    if (ogr) {
+      EXPECT_NE(r.out.find("Feature Count: " + std::to_string(shapes.size())), std::string::npos) << r.out;
     }
-  }
-  if (HaveTool("ogrinfo")) {
-    CommandResult r = RunCommand("ogrinfo -al " + Quote(path));
-    EXPECT_EQ(r.status, 0) << "ogrinfo";
-    EXPECT_EQ(r.err, "") << "ogrinfo";
-    EXPECT_NE(r.out.find("Feature Count: " + std::to_string(shapes.size())), std::string::npos)
-        << r.out;
-    std::vector<ToolShape> got = ParseOgrinfo(r.out);
-    EXPECT_EQ(got.size(), shapes.size()) << "ogrinfo:\n" << r.out;
-    for (size_t i = 0; i < shapes.size() && i < got.size(); i++) {
-      std::vector<XYZ> want = points ? std::vector<XYZ>{shapes[i].pts[0]} : shapes[i].pts;
-      EXPECT_TRUE(NearXYZ(got[i].pts, want, with_z)) << "ogrinfo, shape " << i << ": "
-                                                     << Show(got[i].pts);
-    }
+    compare(tool, PointsOf(ogr ? ParseOgrinfo(r.out) : ParseShpdump(r.out)), false, ":\n" + r.out);
   }
 }
 
@@ -172,129 +163,77 @@ std::vector<Shape> LineShapes() {
 }
 
 TEST_F(Interop, CreatedMapsReadBackEverywhere) {
-  {
-    SCOPED_TRACE("lines");
-    std::vector<Shape> shapes = LineShapes();
-    ExpectToolsAgree(Create(dir / "lines.shp", shapes), shapes, false, false);
-  }
-  {
-    SCOPED_TRACE("lines with Z");
-    std::vector<Shape> shapes = {{0, {{1, 1, 5}, {2, 3, 7.5}, {4, 2, 3}}},
-                                 {0, {{0, 0, 10}, {1, 0, 2.5}}}};
-    ExpectToolsAgree(Create(dir / "linesz.shp", shapes), shapes, true, false);
-  }
-  {
-    SCOPED_TRACE("areas");
-    // Clockwise outer rings, as the format wants them.
-    std::vector<Shape> shapes = {{1, {{0, 0, 0}, {0, 4, 0}, {4, 4, 0}, {4, 0, 0}, {0, 0, 0}}},
-                                 {1, {{10, 10, 0}, {10, 12, 0}, {13, 11, 0}, {10, 10, 0}}}};
-    ExpectToolsAgree(Create(dir / "areas.shp", shapes), shapes, false, false);
-  }
-  {
-    SCOPED_TRACE("areas with Z");
-    std::vector<Shape> shapes = {{1, {{0, 0, 3}, {0, 4, 4}, {4, 4, 5}, {4, 0, 6}, {0, 0, 3}}}};
-    ExpectToolsAgree(Create(dir / "areasz.shp", shapes), shapes, true, false);
-  }
-  {
-    SCOPED_TRACE("points");
-    std::vector<Shape> shapes = {{3, {{1.25, 2.5, 0}}}, {3, {{-3, 7, 0}}}, {3, {{0.5, 0.5, 0}}}};
-    ExpectToolsAgree(Create(dir / "points.shp", shapes), shapes, false, true);
-  }
-  {
-    SCOPED_TRACE("points with Z");
-    std::vector<Shape> shapes = {{3, {{1.25, 2.5, 8}}}, {3, {{-3, 7, 9}}}};
-    ExpectToolsAgree(Create(dir / "pointsz.shp", shapes), shapes, true, true);
+  const struct {
+    const char* name;
+    std::vector<Shape> shapes;
+    bool with_z, points;
+  } cases[] = {
+      {"lines", LineShapes(), false, false},
+      {"lines with Z", {{0, {{1, 1, 5}, {2, 3, 7.5}, {4, 2, 3}}}, {0, {{0, 0, 10}, {1, 0, 2.5}}}}, true, false},
+      // Clockwise outer rings, as the format wants them.
+      {"areas",
+       {{1, {{0, 0, 0}, {0, 4, 0}, {4, 4, 0}, {4, 0, 0}, {0, 0, 0}}},
+        {1, {{10, 10, 0}, {10, 12, 0}, {13, 11, 0}, {10, 10, 0}}}},
+       false, false},
+      {"areas with Z", {{1, {{0, 0, 3}, {0, 4, 4}, {4, 4, 5}, {4, 0, 6}, {0, 0, 3}}}}, true, false},
+      {"points", {{3, {{1.25, 2.5, 0}}}, {3, {{-3, 7, 0}}}, {3, {{0.5, 0.5, 0}}}}, false, true},
+      {"points with Z", {{3, {{1.25, 2.5, 8}}}, {3, {{-3, 7, 9}}}}, true, true},
+  };
+  int n = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string p = Create(dir / ("created" + std::to_string(n++) + ".shp"), c.shapes);
+    ExpectToolsAgree(p, c.shapes, c.with_z, c.points);
   }
 }
 
+// Another program's map (without an end mark) and one the module created
+// (with it), changed by the module after they were closed.
 TEST_F(Interop, ChangedMapsReadBackEverywhere) {
   const std::vector<Shape> base = LineShapes();
   const std::vector<XYZ> longer = {{5, 5, 0}, {6, 7, 0}, {7, 5, 0}, {8, 7, 0}, {9, 5, 0}};
   const std::vector<XYZ> shorter = {{20, 20, 0}, {21, 21, 0}};
   const std::vector<XYZ> more = {{30, 30, 0}, {31, 32, 0}, {33, 30, 0}};
-
-  // Another program's map, changed by the module.
-  auto start = [&](const std::string& name) {
-    ShpBuilder b(3);
-    for (const Shape& sh : base) {
-      std::vector<int> parts = {0};
-      if (sh.pts.size() == 8) parts = {0, 4};
-      b.Record(PolyContent(3, parts, sh.pts));
-    }
-    return PutMap(dir, name, b.Build());
+  const auto with = [&](std::initializer_list<Shape> added) {
+    std::vector<Shape> v = base;
+    v.insert(v.end(), added);
+    return v;
   };
-
-  {
-    SCOPED_TRACE("replaced");
-    const std::string p = start("replaced");
+  struct Edit {
+    int id;
+    std::vector<XYZ> pts;  // none: the record is deleted
+  };
+  const struct {
+    const char* name;
+    bool created;
+    std::vector<Edit> edits;
+    std::vector<Shape> want;
+  } cases[] = {
+      {"replaced", false, {{2, longer}, {1, shorter}, {4, more}}, {{0, shorter}, {0, longer}, base[2], {0, more}}},
+      {"appended", false, {{0, more}, {0, shorter}}, with({{0, more}, {0, shorter}})},
+      {"deleted, the last one too", false, {{2, {}}, {3, {}}}, {base[0], base[2]}},
+      {"created, then appended", true, {{0, more}}, with({{0, more}})},
+      {"created, then replaced and deleted", true, {{4, more}, {1, {}}}, {base[1], base[2], {0, more}}},
+  };
+  int n = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string stem = "changed" + std::to_string(n++), p = dir / (stem + ".shp");
+    if (c.created) {
+      Create(p, base);
+    } else {
+      ShpBuilder b(3);
+      for (const Shape& sh : base)
+        b.Record(PolyContent(3, sh.pts.size() == 8 ? std::vector<int>{0, 4} : std::vector<int>{0}, sh.pts));
+      PutMap(dir, stem, b.Build());
+    }
     {
       MapSession s(p);
-      ASSERT_EQ(s.Open(), 1);
-      ASSERT_EQ(s.Read(), 1);
-      ASSERT_EQ(s.Add(0, longer, 2), 1) << s.sink.All();
-      ASSERT_EQ(s.Add(0, shorter, 1), 1) << s.sink.All();
-      ASSERT_EQ(s.Add(0, more, 4), 1) << s.sink.All();
+      ASSERT_EQ(s.OpenAndRead(), 1) << s.sink.All();
+      for (const Edit& e : c.edits)
+        ASSERT_EQ(e.pts.empty() ? s.Delete(e.id) : s.Add(0, e.pts, e.id), 1) << s.sink.All();
     }
-    std::vector<Shape> want = {{0, shorter}, {0, longer}, base[2], {0, more}};
-    ExpectToolsAgree(p, want, false, false);
-  }
-  {
-    SCOPED_TRACE("appended");
-    const std::string p = start("appended");
-    {
-      MapSession s(p);
-      ASSERT_EQ(s.Open(), 1);
-      ASSERT_EQ(s.Read(), 1);
-      ASSERT_EQ(s.Add(0, more, 0), 1) << s.sink.All();
-      ASSERT_EQ(s.Add(0, shorter, 0), 1) << s.sink.All();
-    }
-    std::vector<Shape> want = base;
-    want.push_back({0, more});
-    want.push_back({0, shorter});
-    ExpectToolsAgree(p, want, false, false);
-  }
-  {
-    SCOPED_TRACE("deleted");
-    const std::string p = start("deleted");
-    {
-      MapSession s(p);
-      ASSERT_EQ(s.Open(), 1);
-      ASSERT_EQ(s.Read(), 1);
-      ASSERT_EQ(s.Delete(2), 1) << s.sink.All();
-      ASSERT_EQ(s.Delete(3), 1) << s.sink.All();  // the last one
-    }
-    ExpectToolsAgree(p, {base[0], base[2]}, false, false);
-  }
-}
-
-// A map the module created, changed again after it was closed and reopened.
-TEST_F(Interop, CreatedThenChangedMapsReadBackEverywhere) {
-  const std::vector<Shape> base = LineShapes();
-  const std::vector<XYZ> more = {{30, 30, 0}, {31, 32, 0}, {33, 30, 0}};
-  {
-    SCOPED_TRACE("appended");
-    const std::string p = Create(dir / "app.shp", base);
-    {
-      MapSession s(p);
-      ASSERT_EQ(s.Open(), 1);
-      ASSERT_EQ(s.Read(), 1);
-      ASSERT_EQ(s.Add(0, more, 0), 1) << s.sink.All();
-    }
-    std::vector<Shape> want = base;
-    want.push_back({0, more});
-    ExpectToolsAgree(p, want, false, false);
-  }
-  {
-    SCOPED_TRACE("replaced and deleted");
-    const std::string p = Create(dir / "rep.shp", base);
-    {
-      MapSession s(p);
-      ASSERT_EQ(s.Open(), 1);
-      ASSERT_EQ(s.Read(), 1);
-      ASSERT_EQ(s.Add(0, more, 4), 1) << s.sink.All();
-      ASSERT_EQ(s.Delete(1), 1) << s.sink.All();
-    }
-    ExpectToolsAgree(p, {base[1], base[2], {0, more}}, false, false);
+    ExpectToolsAgree(p, c.want, false, false);
   }
 }
 

@@ -44,31 +44,6 @@ class Malformed : public PlugInTest {
         << s.sink.Last();
     EXPECT_EQ(s.reader.lines.size(), static_cast<size_t>(n - 1));
   }
-
-  // Reads the intact three-record map, then damages the files on disk as
-  // another program might before the change; the change must be refused
-  // naming record `n` ("replaced" or "deleted") and change neither file.
-  void ExpectEditRefused(const std::function<void(Bytes&, Bytes&)>& damage,
-                         const std::function<int(MapSession&)>& change, int n, const char* verb) {
-    TempDir d;
-    const ShpImage img = Three();
-    const std::string p = PutMap(d, "m", img);
-    MapSession s(p);
-    ASSERT_EQ(s.Open(), 1);
-    ASSERT_EQ(s.Read(), 1) << s.sink.All();
-    Bytes shp = img.shp, shx = img.shx;
-    damage(shp, shx);
-    WriteFile(p, shp);
-    WriteFile(ShxOf(p), shx);
-    EXPECT_EQ(change(s), 0);
-    ASSERT_FALSE(s.sink.messages.empty());
-    EXPECT_NE(s.sink.Last().find("record " + std::to_string(n) + " cannot be " + verb),
-              std::string::npos)
-        << s.sink.All();
-    s.Close();
-    EXPECT_TRUE(SameBytes(shp, ReadFile(p))) << "shp";
-    EXPECT_TRUE(SameBytes(shx, ReadFile(ShxOf(p)))) << "shx";
-  }
 };
 
 TEST_F(Malformed, CountsThatDoNotFitTheContentLengthOrAreNegative) {
@@ -184,93 +159,92 @@ TEST_F(Malformed, IndexShorterThanTheRecords) {
   ShpImage img = Three();
   img.shx.resize(img.shx.size() - 8);
   ExpectReadRefused(img, 3);
-
-  // An index that says it holds two ends before the main file does.
-  PutBE32(img.shx, 24, static_cast<int32_t>(img.shx.size() / 2));
-  TempDir d;
-  MapSession s(PutMap(d, "m", img));
-  ASSERT_EQ(s.Open(), 1);
-  EXPECT_EQ(s.Read(), 0);
-  EXPECT_EQ(s.sink.All(), "Error: FileSize error in the SHP - SHX header.");
 }
 
-TEST_F(Malformed, IndexEntriesPointingBeyondTheMainFile) {
-  ShpImage img = Three();
-  PutBE32(img.shx, ShpImage::IndexPos(2), 100000);
-  TempDir d;
-  {
+// Index damage found by the checks between the two files, with their own
+// messages.
+TEST_F(Malformed, IndexDisagreeingWithTheMainFile) {
+  struct Case {
+    const char* name;
+    void (*damage)(Bytes& shx);
+    const char* message;
+    size_t delivered;
+  } cases[] = {
+      {"index that says it holds two",
+       [](Bytes& shx) {
+         shx.resize(shx.size() - 8);
+         PutBE32(shx, 24, static_cast<int32_t>(shx.size() / 2));
+       },
+       "Error: FileSize error in the SHP - SHX header.", 0},
+      {"entry 2 beyond the main file", [](Bytes& shx) { PutBE32(shx, ShpImage::IndexPos(2), 100000); },
+       "Error 1 in SHP-SHX relation in shape #1", 1},
+      {"last entry beyond the main file", [](Bytes& shx) { PutBE32(shx, ShpImage::IndexPos(3), 100000); },
+       "Error: FileSize error in the SHP - SHX header.", 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ShpImage img = Three();
+    c.damage(img.shx);
+    TempDir d;
     MapSession s(PutMap(d, "m", img));
     ASSERT_EQ(s.Open(), 1);
     EXPECT_EQ(s.Read(), 0);
-    EXPECT_EQ(s.sink.All(), "Error 1 in SHP-SHX relation in shape #1");
-    EXPECT_EQ(s.reader.lines.size(), 1u);
+    EXPECT_EQ(s.sink.All(), c.message);
+    EXPECT_EQ(s.reader.lines.size(), c.delivered);
   }
-  img = Three();
-  PutBE32(img.shx, ShpImage::IndexPos(3), 100000);
-  MapSession s(PutMap(d, "m", img));
-  ASSERT_EQ(s.Open(), 1);
-  EXPECT_EQ(s.Read(), 0);
-  EXPECT_EQ(s.sink.All(), "Error: FileSize error in the SHP - SHX header.");
 }
 
 // ---- changes to a map whose files were damaged after it was read.
 
-auto Replace(int id) {
-  return [id](MapSession& s) { return s.Add(0, {{1, 1, 0}, {2, 2, 0}, {3, 1, 0}, {4, 4, 0}}, id); };
-}
-auto ReplaceSame(int id) {
-  return [id](MapSession& s) { return s.Add(0, {{1, 1, 0}, {2, 2, 0}, {3, 1, 0}}, id); };
-}
-auto Delete(int id) {
-  return [id](MapSession& s) { return s.Delete(id); };
-}
-auto EntryOffset(int k, int32_t words) {
-  return [k, words](Bytes&, Bytes& shx) { PutBE32(shx, ShpImage::IndexPos(k), words); };
-}
-auto EntryLength(int k, int32_t words) {
-  return [k, words](Bytes&, Bytes& shx) { PutBE32(shx, ShpImage::IndexPos(k) + 4, words); };
-}
-auto DropEntries(int n) {
-  return [n](Bytes&, Bytes& shx) { shx.resize(shx.size() - 8 * n); };
-}
-
-TEST_F(Malformed, EditWithIndexEntryBeyondTheMainFile) {
-  ExpectEditRefused(EntryOffset(2, 100000), Replace(2), 2, "replaced");
-  ExpectEditRefused(EntryOffset(2, 100000), ReplaceSame(2), 2, "replaced");
-  ExpectEditRefused(EntryOffset(2, 100000), Delete(2), 2, "deleted");
-  ExpectEditRefused(EntryOffset(3, 0x7FFFFFFF), Delete(3), 3, "deleted");
-  ExpectEditRefused(EntryOffset(3, -20), Replace(3), 3, "replaced");
-}
-
-TEST_F(Malformed, EditWithIndexLengthBeyondTheEndOfTheFile) {
-  ExpectEditRefused(EntryLength(3, 1000), Replace(3), 3, "replaced");
-  ExpectEditRefused(EntryLength(3, 1000), Delete(3), 3, "deleted");
-  ExpectEditRefused(EntryLength(3, -8), Delete(3), 3, "deleted");
-  ExpectEditRefused(EntryLength(3, -8), Replace(3), 3, "replaced");
-}
-
-TEST_F(Malformed, EditWithIndexShorterThanTheRecords) {
-  ExpectEditRefused(DropEntries(1), Replace(3), 3, "replaced");
-  ExpectEditRefused(DropEntries(1), Delete(2), 2, "deleted");
-  ExpectEditRefused(DropEntries(1), Delete(3), 3, "deleted");
-  ExpectEditRefused(DropEntries(3), Delete(1), 1, "deleted");
-}
-
-TEST_F(Malformed, DeleteWithALaterEntryBeyondTheMainFileChangesNothing) {
-  TempDir d;
-  const ShpImage img = Three();
-  const std::string p = PutMap(d, "m", img);
-  MapSession s(p);
-  ASSERT_EQ(s.Open(), 1);
-  ASSERT_EQ(s.Read(), 1);
-  Bytes shx = img.shx;
-  PutBE32(shx, ShpImage::IndexPos(3), 100000);
-  WriteFile(ShxOf(p), shx);
-  EXPECT_EQ(s.Delete(2), 0);
-  EXPECT_FALSE(s.sink.messages.empty());
-  s.Close();
-  EXPECT_TRUE(SameBytes(img.shp, ReadFile(p)));
-  EXPECT_TRUE(SameBytes(shx, ReadFile(ShxOf(p))));
+// The intact three-record map is read, then its index damaged on disk as
+// another program might; the change must be refused naming the record it
+// meant to replace or delete, and change neither file.
+TEST_F(Malformed, EditsOfAMapWhoseIndexWasDamagedAfterReading) {
+  const auto entry = [](int k, int32_t offset) {
+    return [=](Bytes& shx) { PutBE32(shx, ShpImage::IndexPos(k), offset); };
+  };
+  const auto length = [](int k, int32_t words) {
+    return [=](Bytes& shx) { PutBE32(shx, ShpImage::IndexPos(k) + 4, words); };
+  };
+  const auto drop = [](int n) { return [=](Bytes& shx) { shx.resize(shx.size() - 8 * n); }; };
+  struct Case {
+    const char* name;
+    std::function<void(Bytes&)> damage;
+    int id;           // the record changed, and named in the message
+    int points = 4;   // of the replacement; 0 deletes
+  } cases[] = {
+      {"entry beyond the main file, replaced", entry(2, 100000), 2},
+      {"entry beyond the main file, replaced by one as long", entry(2, 100000), 2, 3},
+      {"entry beyond the main file, deleted", entry(2, 100000), 2, 0},
+      {"last entry far beyond the main file, deleted", entry(3, 0x7FFFFFFF), 3, 0},
+      {"negative entry, replaced", entry(3, -20), 3},
+      {"next entry beyond the main file, deleted", entry(3, 100000), 2, 0},
+      {"length beyond the end, replaced", length(3, 1000), 3},
+      {"length beyond the end, deleted", length(3, 1000), 3, 0},
+      {"negative length, deleted", length(3, -8), 3, 0},
+      {"negative length, replaced", length(3, -8), 3},
+      {"index short of a record, replaced", drop(1), 3},
+      {"index short of a record, the one before deleted", drop(1), 2, 0},
+      {"index short of a record, deleted", drop(1), 3, 0},
+      {"index without entries, deleted", drop(3), 1, 0},
+  };
+  const std::vector<XYZ> replacement = {{1, 1, 0}, {2, 2, 0}, {3, 1, 0}, {4, 4, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir d;
+    ShpImage img = Three();
+    const std::string p = PutMap(d, "m", img);
+    MapSession s(p);
+    ASSERT_EQ(s.OpenAndRead(), 1) << s.sink.All();
+    c.damage(img.shx);
+    PutMap(d, "m", img);
+    const std::vector<XYZ> pts(replacement.begin(), replacement.begin() + c.points);
+    EXPECT_EQ(c.points ? s.Add(0, pts, c.id) : s.Delete(c.id), 0);
+    const std::string want = "record " + std::to_string(c.id) + " cannot be " + (c.points ? "replaced" : "deleted");
+    EXPECT_NE(s.sink.Last().find(want), std::string::npos) << s.sink.All();
+    s.Close();
+    EXPECT_TRUE(SameMap(img, p));
+  }
 }
 
 }  // namespace

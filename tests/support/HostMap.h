@@ -179,6 +179,7 @@ struct GotPoint {
   double x = 0, y = 0, z = 0, m = 0;
   int32_t handle = 0;
   int32_t last = 0;
+  Bytes raw;  // the 40 bytes as handed over, for bit patterns a double may not keep
 };
 
 struct GotLine {
@@ -257,6 +258,7 @@ class Reader {
     p.m = GetF64(b, 28);
     p.handle = handle;
     p.last = last;
+    p.raw = b;
     r->points.push_back(p);
     const size_t i = static_cast<size_t>(handle - 7000);
     if (handle >= 7000 && i < r->lines.size()) r->lines[i].points.push_back(p);
@@ -330,6 +332,28 @@ class Progress {
   Bytes table_;
 };
 
+// The defaults a line's attributes start from, as the host's header
+// constructs them and as reading delivers them: every field but the id (8),
+// the kind (20) and the point count (40), which reading fills in.
+inline void ExpectDefaultAttributes(const Bytes& a) {
+  const int ints[][2] = {{0, 196}, {4, 0},   {12, -1}, {16, -1}, {24, 0},  {28, 0},
+                         {36, 0},  {44, 0},  {48, 0},  {56, -1}, {60, -1}, {64, -1},
+                         {72, 1},  {76, 0},  {80, 0},  {92, -1}, {96, -1}, {100, 0}};
+  for (const auto& f : ints) EXPECT_EQ(GetLE32(a, f[0]), f[1]) << "offset " << f[0];
+  const auto f32 = [&](size_t off) {
+    float v;
+    std::memcpy(&v, &a.at(off), 4);
+    return v;
+  };
+  for (size_t off : {52, 68}) EXPECT_EQ(f32(off), -1.0f) << "offset " << off;
+  for (size_t off : {84, 88}) EXPECT_EQ(f32(off), -9999.0f) << "offset " << off;
+  EXPECT_EQ(f32(32), 1.0f);
+  EXPECT_EQ(a[108], 0);
+  for (int i = 113; i < 153; i++) EXPECT_EQ(a[i], 0) << i;
+  for (int i = 153; i < 185; i++) EXPECT_EQ(a[i], 0xFF) << i;
+  EXPECT_EQ(a[185], 0);
+}
+
 // ---- records given to adding.
 
 // A host array of points: 40 bytes each, size field, X, Y, Z, a host value
@@ -390,6 +414,9 @@ class MapSession {
     reader.Clear();
     return Read(reader);
   }
+  // Opens the map and reads it into `reader`, as a host does before
+  // changing it: 1 when both succeed.
+  int OpenAndRead() { return Open() == 1 ? Read() : 0; }
   // Adds a line with the given kind and database id; on success `*new_id`
   // receives the id found at offset 8 afterwards.
   int Add(int32_t flags, const std::vector<XYZ>& pts, int32_t id = 0, int32_t* new_id = nullptr) {
@@ -422,8 +449,6 @@ class MapSession {
     Check("close");
     return r;
   }
-  bool IsOpen() const { return open_; }
-  const std::string& path() const { return path_; }
 
   HostMap map;
   ErrorSink sink;

@@ -259,16 +259,9 @@ class ShpBuilder {
 // words and the M range that every change must keep.
 inline ShpImage PolyLinesImage(const std::vector<std::vector<XYZ>>& records,
                                const std::vector<XYZ>& box_pts) {
-  double x0 = 0, y0 = 0, x1 = 0, y1 = 0;
-  for (size_t i = 0; i < box_pts.size(); i++) {
-    const XYZ& p = box_pts[i];
-    if (i == 0 || p.x < x0) x0 = p.x;
-    if (i == 0 || p.y < y0) y0 = p.y;
-    if (i == 0 || p.x > x1) x1 = p.x;
-    if (i == 0 || p.y > y1) y1 = p.y;
-  }
+  const Extent e(box_pts);
   ShpBuilder b(3);
-  b.MarkUnusedWords().Box(x0, y0, x1, y1);
+  b.MarkUnusedWords().Box(e.x0, e.y0, e.x1, e.y1);
   for (const auto& r : records) b.Record(PolyContent(3, {0}, r));
   return b.Build();
 }
@@ -358,6 +351,13 @@ inline ::testing::AssertionResult SameBytes(const Bytes& expected, const Bytes& 
     os << "         actual   " << HexLine(actual, row, row + 16) << "\n";
   }
   return ::testing::AssertionFailure() << os.str();
+}
+
+// Both files of the map at `shp` hold `img`, byte for byte.
+inline ::testing::AssertionResult SameMap(const ShpImage& img, const std::string& shp) {
+  ::testing::AssertionResult r = SameBytes(img.shp, ReadFile(shp));
+  if (r) r = SameBytes(img.shx, ReadFile(ShxOf(shp)));
+  return r;
 }
 
 }  // namespace shptest
