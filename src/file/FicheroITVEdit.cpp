@@ -36,13 +36,15 @@ void SetStrMonitorState(TMonitorProc* monitor) {
 }  // namespace
 
 // Large blocks may be used only where the block size cannot change the
-// result: a plain disk file, uncached and unobserved, every byte of the
+// result: a plain disk file, uncached, unobserved and not in append mode
+// (where every write lands at the end, block by block), every byte of the
 // range inside the file (so every read is complete) and every target
 // position at or after 0 (so every seek lands). Overlap is safe in both
 // directions because a shift towards the start goes front to back and a
 // shift towards the end back to front.
 bool TFicheroITV::bloques_grandes_validos(long long desde, long long d, long long fin) {
-  if (typeid(*this) != typeid(TFicheroITV) || cache || hook_escritura || !Abierto())
+  if (typeid(*this) != typeid(TFicheroITV) || cache || hook_escritura || !Abierto() ||
+      (modo & MODO_ANYADIR))
     return false;
   if (desde < 0 || fin <= desde) return false;
   if (d < 0 && desde + d < 0) return false;
@@ -74,8 +76,10 @@ bool TFicheroITV::mover(long long desde, long long d, int tam_bloque, long long 
   }
   long long tam = max_ll(min_ll(fin - desde, b), 1);
   if (!buf) {
-    buf.reset(comprobado ? new (std::nothrow) char[static_cast<size_t>(tam)]
-                         : new char[static_cast<size_t>(tam)]);
+    // Zeroed: a read cut short by the end of the file leaves the rest of the
+    // block as it is, and an unchecked move writes the block all the same.
+    buf.reset(comprobado ? new (std::nothrow) char[static_cast<size_t>(tam)]()
+                         : new char[static_cast<size_t>(tam)]());
     if (!buf) return falla_propio(ENOMEM);
   }
   auto paso = [comprobado](bool r) { return r || !comprobado; };

@@ -56,6 +56,7 @@ void TFicheroITVdatos::ActuLenMax(int necesario) {
     std::memset(nuevo, 0, static_cast<size_t>(tamanyo));
   delete[] buffer_datos;
   buffer_datos = nuevo;
+  entregado = false;
   capacidad = static_cast<int>(pedido);
 }
 
@@ -105,7 +106,8 @@ bool TFicheroITVdatos::Posicionate(int p) {
 }
 
 void TFicheroITVdatos::Set_Datos_Lectura(void* data, int n, bool propio_) {
-  if (propio && buffer_datos && buffer_datos != data) delete[] buffer_datos;
+  if (propio && !entregado && buffer_datos != data) delete[] buffer_datos;
+  entregado = false;
   buffer_datos = static_cast<char*>(data);
   tamanyo = n < 0 ? 0 : n;
   propio = propio_;
@@ -124,6 +126,7 @@ char* TFicheroITVdatos::Cierra_Retornando_Ptr(int& n) {
 char* TFicheroITVdatos::Vacia_Retornando_Ptr(int& n) {
   n = tamanyo;
   tamanyo = posicion = 0;
+  entregado = buffer_datos != nullptr;
   return buffer_datos;
 }
 

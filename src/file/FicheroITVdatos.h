@@ -25,7 +25,8 @@ class TFicheroITVdatos : public TFicheroITV {
   bool LeeTokenBin(void* buf, int n, TMonitorProc* monitor = nullptr,
                    int chunk = -1) override;
 
-  // Point the file at other memory. A buffer owned until now is freed.
+  // Point the file at other memory. A buffer owned until now is freed,
+  // unless Vacia_Retornando_Ptr handed it out: then the caller has taken it.
   void Set_Datos_Lectura(void* data, int n, bool propio);
   // Hands the buffer over (to be freed with delete[]) and detaches it.
   char* Cierra_Retornando_Ptr(int& n);
@@ -53,6 +54,7 @@ class TFicheroITVdatos : public TFicheroITV {
   int posicion;
   char* buffer_datos;
   bool propio;
+  bool entregado = false;  // the buffer was handed out by Vacia_Retornando_Ptr
   int incremento;
 };
 

@@ -59,6 +59,28 @@ TEST_F(FicheroITVEditTest, LargeBlocksGiveTheSameResult) {
   }
 }
 
+// A move whose range runs past the end of the file reads short: what no read
+// ever filled is written as zeros, never as whatever memory held. (A failed
+// read leaves the block as the last one left it: byte 8 gets that '8' back.)
+// In append mode every write lands at the end, so the block size shapes the
+// result and the caller's is kept.
+TEST_F(FicheroITVEditTest, ShortReadsAndAppendModeKeepTheCallersBlocks) {
+  TFicheroITV f;
+  EXPECT_EQ(Move(f, "0123456789", 8, -3, 3, 12), std::string("0123489\0" "8\0\0\0", 12));
+
+  const auto append_move = [&](TFicheroITV& g) {
+    if (!tmp.Write("a.bin", "0123456789")) return std::string("<write failed>");
+    if (!g.Abre(Name("a.bin"), MODO_ANYADIR | MODO_ACTUALIZAR | MODO_BINARIO, nullptr))
+      return std::string("<open failed>");
+    EXPECT_EQ(g.MoveBytesEnd(4, 2, 3, -1), 1);
+    g.CierraEx();
+    return tmp.Read("a.bin");
+  };
+  TFicheroITV plain;
+  TFicheroITVReferencia referencia;
+  EXPECT_EQ(append_move(plain), append_move(referencia));
+}
+
 std::vector<int> escrituras;
 void Observa(void*, const void*, int n) { escrituras.push_back(n); }
 

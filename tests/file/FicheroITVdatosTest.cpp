@@ -75,6 +75,15 @@ TEST(FicheroITVdatosTest, HandingTheBufferOver) {
   EXPECT_EQ(r[0], 3);
   EXPECT_EQ(k.Len(), 0);
   EXPECT_EQ(k.PosActual(), 0);
+  // Pointed at other memory, the file no longer owns the buffer it handed
+  // out: the caller has taken it, and it stays readable until freed.
+  char other[3] = {7, 8, 9};
+  k.Set_Datos_Lectura(other, 3, false);
+  EXPECT_EQ(r[0], 3);
+  delete[] r;
+  char c = 0;
+  ASSERT_TRUE(k.LeeTokenBin(&c, 1, nullptr, -1));
+  EXPECT_EQ(c, 7);
 }
 
 TEST(FicheroITVdatosTest, ForeignMemoryIsReadOnly) {
