@@ -6,6 +6,7 @@
 #include "VardaPlugIn.h"
 #include "plugin/MapDelete.h"
 #include "plugin/MapIO.h"
+#include "plugin/MapRead.h"
 #include "plugin/PrivateDataSHP.h"
 #include "plugin/ShapeFileLayout.h"
 #include "plugin/exports/Export.h"
@@ -37,9 +38,10 @@ class Borrado {
   }
   TResultado Falla(const char* m) { return Falla(DString(m)); }
   // A later record that does not carry its expected number: the bytes are
-  // already moved, and they stay so.
-  TResultado FallaRenumerando() {
+  // already moved, and they stay so; the length counts them cut out.
+  TResultado FallaRenumerando(long long S) {
     fatal4_ = true;
+    d_.RegistroRecortado(S / 2);
     return Falla("Fatal error 4 deleting item in SHP file");
   }
   // Ends the change that `r` says how it went: a write that failed undoes
@@ -196,7 +198,7 @@ TResultado Borrado::Renumera(long long S) {
   if (!mapio::Escribe(X_, shp::IndexEntryPos(k_), nuevo.data(),
                       static_cast<long long>(nuevo.size()), msg_))
     return TResultado::kFallo;
-  if (fallo) return FallaRenumerando();
+  if (fallo) return FallaRenumerando(S);
   return Quitado(S);
 }
 
@@ -215,7 +217,7 @@ TResultado Borrado::RenumeraLiteral(long long S, long long N) {
     if (!PonNumero(X_, pos, static_cast<int32_t>(nuevo))) return TResultado::kFallo;
     if (nuevo < 0 || 2 * nuevo + 4 > tam_ || !LeeNumero(F_, 2 * nuevo, numero) ||
         numero != j + 1)
-      return FallaRenumerando();
+      return FallaRenumerando(S);
     if (!PonNumero(F_, 2 * nuevo, static_cast<int32_t>(j))) return TResultado::kFallo;
   }
   return Quitado(S);
@@ -234,12 +236,19 @@ VARDA_EXPORT int32_t VardaPlugIn_Delete_Poliline_Vector_Map(TVectorMapPlugIn* ma
                                                             int32_t database_id,
                                                             TStringPlugIn* err) {
   TPrivateDataSHP* d = Estado(map);
+  // An id that no map can hold is refused before the records a partial read
+  // left uncounted are counted; the count is needed only for the upper bound.
+  if (!d || map->crear || database_id < 1) {
+    EnviaError(err, "Error in Line.dababaseid");
+    return 0;
+  }
+  if (!LeeAntesDeCambiar(*d, err)) return 0;
   DString msg;
-  if (d && !map->crear && !d->Rechazado() && !d->CompletaRecuento(msg)) {
+  if (!d->Rechazado() && !d->CompletaRecuento(msg)) {
     EnviaError(err, msg.c_str());
     return 0;
   }
-  if (!d || map->crear || database_id < 1 || database_id > d->NumRegistros()) {
+  if (database_id > d->NumRegistros()) {
     EnviaError(err, "Error in Line.dababaseid");
     return 0;
   }

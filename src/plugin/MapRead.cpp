@@ -7,6 +7,7 @@
 
 #include "VardaPlugIn.h"
 #include "plugin/MapIO.h"
+#include "plugin/MapRead.h"
 #include "plugin/PrivateDataSHP.h"
 #include "plugin/ShapeFileLayout.h"
 #include "plugin/ShapeReader.h"
@@ -406,6 +407,14 @@ TPaso LecturaMapa::LeeRegistro(long long P, const unsigned char* cab, bool idx_o
 }
 
 }  // namespace
+
+bool LeeAntesDeCambiar(TPrivateDataSHP& d, TStringPlugIn* err) {
+  if (!d.SinLeer()) return true;
+  LecturaMapa lectura(d, nullptr, err, nullptr);
+  const TResultado r = lectura.Lee();
+  d.LecturaTerminada(lectura.Rechazado());
+  return r == TResultado::kHecho;
+}
 
 VARDA_EXPORT int32_t VardaPlugIn_Read_Vector_Map3(TVectorMapPlugIn* map,
                                                   TReadVectorMapPlugIn* reader,

@@ -5,6 +5,7 @@
 
 #include "VardaPlugIn.h"
 #include "plugin/MapIO.h"
+#include "plugin/MapRead.h"
 #include "plugin/PrivateDataSHP.h"
 #include "plugin/ShapeFileLayout.h"
 #include "plugin/ShapeWriter.h"
@@ -162,6 +163,7 @@ VARDA_EXPORT int32_t VardaPlugIn_Add_Poliline_Vector_Map(TVectorMapPlugIn* map,
     EnviaError(err, "Error: VardaPlugIn_Add_Poliline_Vector_Map SHP was given too many points.");
     return 0;
   }
+  if (!map->crear && !LeeAntesDeCambiar(*d, err)) return 0;
   if (d->Rechazado()) {
     EnviaError(err, "Error: the map was refused when it was read; it is not changed.");
     return 0;

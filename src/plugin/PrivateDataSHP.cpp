@@ -212,8 +212,23 @@ bool TPrivateDataSHP::Crea(DString& msg) {
 }
 
 bool TPrivateDataSHP::PasaAEscritura(DString& msg) {
-  // The backups come first, while the map is still open for reading: if they
-  // cannot be made the edit is refused and the map stays as it was.
+  // Files that cannot be opened for writing are refused with the format's
+  // own messages first (opening them changes nothing); then the backups,
+  // while the map is still open for reading: if they cannot be made the
+  // edit is refused and the map stays as it was.
+  const TStringNomFitx nombres[2] = {TStringNomFitx(path_), NombreShx(path_)};
+  for (int i = 0; i < 2; i++) {
+    TFicheroITV prueba;
+    if (prueba.Abre(nombres[i], kModoLeerEscribirMapa, nullptr)) {
+      if (prueba.CierraEx(true, nullptr)) continue;
+      msg = mapio::Mensaje("close", nombres[i].c_str(), prueba.ErrnoSistema(),
+                           "the system refused to close it");
+      return false;
+    }
+    msg = i == 0 ? FormatoFichero(fmt_save, "Error: Cannot open %s for saving.", path_.c_str())
+                 : FormatoFichero(fmt_open, "Error: File %s not found.", nombres[1].c_str());
+    return false;
+  }
   if (!HazBackups(msg)) return false;
   shp_.CierraEx(true, nullptr);
   shx_.CierraEx(true, nullptr);
@@ -298,9 +313,13 @@ void TPrivateDataSHP::RegistroCambiado(long long delta) {
 }
 
 void TPrivateDataSHP::RegistroQuitado(long long palabras) {
-  long_shp_words_ = SumaPalabras(long_shp_words_, -palabras);
+  RegistroRecortado(palabras);
   num_registros_--;
   modificado_ = true;
+}
+
+void TPrivateDataSHP::RegistroRecortado(long long palabras) {
+  long_shp_words_ = SumaPalabras(long_shp_words_, -palabras);
 }
 
 void TPrivateDataSHP::AbsorbeMarcaContada() {

@@ -71,6 +71,7 @@ class TPrivateDataSHP {
   int32_t PalabrasShp() const { return long_shp_words_; }
   TMarcaFinal Marca() const { return marca_; }
   bool Rechazado() const { return lectura_ == TLectura::kRechazado; }
+  bool SinLeer() const { return lectura_ == TLectura::kSinLeer; }
 
   // ------------------------------------------------ the header image
   const unsigned char* Cabecera() const { return cabecera_; }
@@ -132,6 +133,9 @@ class TPrivateDataSHP {
   void RegistroCambiado(long long delta);
   // A record of `palabras` words (header included) cut out.
   void RegistroQuitado(long long palabras);
+  // A record cut out whose later records could not all be renumbered: the
+  // length falls, the count and the modified flag stay as they were.
+  void RegistroRecortado(long long palabras);
   void ContenidoCambiado() { modificado_ = true; }
 
   // ------------------------------------------------ appending

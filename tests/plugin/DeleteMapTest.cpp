@@ -153,5 +153,29 @@ TEST_F(DeleteMap, DamageFoundWhileDeleting) {
   }
 }
 
+// A renumbering stopped by a wrong number further on leaves the record cut
+// out: the length the headers are written with falls by it, while the count
+// (and so the index length) stays. An equal replace first makes the session
+// write its headers.
+TEST_F(DeleteMap, StoppedRenumberingStillCountsTheCutInTheLength) {
+  ShpImage four = PolyLinesImage({kR1, kR2, kR3, kR4}, Concat({all, kR4}));
+  PutBE32(four.shp, four.RecordPos(4), 9);
+  PutMap(dir, "rivers", four);
+  {
+    MapSession s(path);
+    ASSERT_EQ(s.OpenAndRead(), 1) << s.sink.All();
+    ASSERT_EQ(s.Add(0, kR1, 1), 1) << s.sink.All();
+    EXPECT_EQ(s.Delete(2), 0);
+    EXPECT_EQ(s.sink.All(), "Fatal error 4 deleting item in SHP file");
+  }
+  const Bytes shp = ReadFile(path), shx = ReadFile(ShxOf(path));
+  ASSERT_GE(shp.size(), 100u);
+  ASSERT_GE(shx.size(), 100u);
+  EXPECT_EQ(GetBE32(shp, 24), static_cast<uint32_t>((four.shp.size() - 104) / 2));
+  EXPECT_EQ(GetBE32(shx, 24), static_cast<uint32_t>(four.shx.size() / 2));
+  // Record 3 moved into record 2's place and took its number.
+  EXPECT_EQ(GetBE32(shp, four.RecordPos(2)), 2u);
+}
+
 }  // namespace
 }  // namespace shptest

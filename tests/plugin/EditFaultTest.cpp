@@ -128,4 +128,37 @@ TEST_F(EditFaultOnDiskTest, ReadOnlyFolderRefusesTheFirstChange) {
   EXPECT_FALSE(FileExists(shx + ".bak"));
 }
 
+// Map files that cannot be opened for writing, in a folder where nothing can
+// be made: the format's own messages, before any backup is tried, and the
+// map untouched.
+TEST(EditFaultTest, FilesThatCannotBeWrittenGetTheFormatsMessagesFirst) {
+  const struct {
+    const char* file;
+    const char* message;
+  } cases[] = {{"MAP.shp", "Error: Cannot open /maps/MAP.shp for saving."},
+               {"MAP.shx", "Error: File /maps/MAP.shx not found."}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    MemoryDisk mem;
+    const ShpImage original = Original();
+    mem.Put("/maps/MAP.shp", original.shp);
+    mem.Put("/maps/MAP.shx", original.shx);
+    FaultDisk faults(mem);
+    ScopedFileSystem use(faults);
+    EditRun run(&faults, "/maps/MAP.shp", false);
+    run.Open();
+    run.Read();
+    mem.SetReadOnly(true);
+    faults.Fail(FaultDisk::kOpen, 1, EACCES, c.file, true);  // every open from now on
+    run.Add(3, 0);
+    run.Close();
+    ASSERT_EQ(run.outcomes.size(), 4u) << Show(run.outcomes);
+    EXPECT_EQ(run.outcomes[2].result, 0);
+    EXPECT_EQ(run.outcomes[2].messages, std::vector<std::string>{c.message});
+    EXPECT_EQ(mem.Names(), (std::vector<std::string>{"/maps/MAP.shp", "/maps/MAP.shx"}));
+    EXPECT_EQ(mem.Get("/maps/MAP.shp"), original.shp);
+    EXPECT_EQ(mem.Get("/maps/MAP.shx"), original.shx);
+  }
+}
+
 }  // namespace

@@ -106,6 +106,56 @@ TEST_F(Guards, NoEditAfterAReadThatRefusedTheMap) {
   }
 }
 
+// A host may change a map it never read: the plug-in reads it first, so the
+// change lands as it would after the host's own read. A map that reading
+// refuses is then not touched, and the message is the read's.
+TEST_F(Guards, ChangeWithoutAReadReadsTheMapFirst) {
+  const struct {
+    const char* name;
+    int (*edit)(MapSession&);
+  } edits[] = {
+      {"append", [](MapSession& s) {
+         int32_t id = 0;
+         const int r = s.Add(0x80, kA, 0, &id);
+         if (r == 1) {
+           EXPECT_EQ(id, 4);
+         }
+         return r;
+       }},
+      {"replace", [](MapSession& s) { return s.Add(0x80, kC, 2); }},
+      {"delete", [](MapSession& s) { return s.Delete(1); }},
+  };
+  for (const auto& e : edits) {
+    SCOPED_TRACE(e.name);
+    const std::string read_first = Fresh(Three()), unread = Fresh(Three());
+    {
+      MapSession s(read_first);
+      ASSERT_EQ(s.OpenAndRead(), 1) << s.sink.All();
+      ASSERT_EQ(e.edit(s), 1) << s.sink.All();
+    }
+    {
+      MapSession s(unread);
+      ASSERT_EQ(s.Open(), 1) << s.sink.All();
+      EXPECT_EQ(e.edit(s), 1) << s.sink.All();
+      EXPECT_EQ(s.Close(), 1) << s.sink.All();
+      EXPECT_TRUE(s.sink.messages.empty()) << s.sink.All();
+    }
+    EXPECT_TRUE(SameBytes(ReadFile(read_first), ReadFile(unread)));
+    EXPECT_TRUE(SameBytes(ReadFile(ShxOf(read_first)), ReadFile(ShxOf(unread))));
+
+    ShpImage other = Three();
+    other.shx[32] = 5;  // the index says polygons
+    const std::string p = Fresh(other);
+    MapSession s(p);
+    ASSERT_EQ(s.Open(), 1) << s.sink.All();
+    EXPECT_EQ(e.edit(s), 0);
+    EXPECT_EQ(s.sink.All(), "Error: headers are not identical between SHP and SHX");
+    EXPECT_EQ(s.Close(), 1);
+    EXPECT_TRUE(SameMap(other, p));
+    EXPECT_FALSE(FileExists(p + ".bak"));
+  }
+}
+
 // A header length up to 4 words short of the last record is accepted by
 // reading; the last record can then still be replaced and deleted.
 TEST_F(Guards, HeaderLengthJustShortOfTheLastRecord) {

@@ -116,6 +116,10 @@ TEST_F(PartialRead, IndexDisagreeingPastTheStopRefusesTheEdit) {
   EXPECT_EQ(s.Add(0, kLine), 0);
   EXPECT_EQ(s.Delete(1), 0);
   EXPECT_NE(s.sink.All().find("disagree"), std::string::npos) << s.sink.All();
+  // An id no map can hold is refused as such, before any counting.
+  s.sink.messages.clear();
+  EXPECT_EQ(s.Delete(0), 0);
+  EXPECT_EQ(s.sink.All(), "Error in Line.dababaseid");
   EXPECT_EQ(s.Close(), 1);
   EXPECT_TRUE(SameMap(img, p));
   EXPECT_FALSE(FileExists(p + ".bak"));
