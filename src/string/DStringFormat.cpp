@@ -304,13 +304,15 @@ int DString::Dsnprintf(const char* fmt, ...) {
   va_start(ap, fmt);
   Formatter(out, ap).run(fmt);
   va_end(ap);
-  // Room is reserved as the output grows: the format length plus 20 first,
-  // then the end position plus 20 whenever the output reaches the target.
+  // Room is reserved as the output grows, character by character: the
+  // format length plus 20 first, then the end position plus 20 whenever a
+  // character brings the output to the target. The block grows in the same
+  // steps as if each character had been written straight into it.
   int target = static_cast<int>(std::strlen(fmt)) + 20;
   Incre_A(target, true);
   int n = static_cast<int>(out.size());
-  if (n >= target) {
-    target = n + 20;
+  for (int end = target; end <= n; end = target) {
+    target = end + 20;
     Incre_A(target, true);
   }
   if (n) std::memcpy(str, out.data(), static_cast<size_t>(n));

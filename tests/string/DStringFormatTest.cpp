@@ -79,6 +79,19 @@ TEST(DStringFormat, GrowthAroundTheReservedTarget) {
     EXPECT_EQ(std::string(s.c_str()), text);
     EXPECT_GT(s.clentot(), len);
   }
+  // The block grows in steps of the output as it is written, not once at the
+  // end: two texts of 30 reach the target at 24 and 44, and the block then
+  // holds what those two growths made.
+  {
+    const std::string t30(30, 'x');
+    DString s;
+    EXPECT_EQ(s.Dsnprintf("%s%s", t30.c_str(), t30.c_str()), 60);
+    DString steps;
+    steps.Incre_A(24, true);
+    steps.Incre_A(44, true);
+    steps.Incre_A(64, true);
+    EXPECT_EQ(s.clentot(), steps.clentot());
+  }
   for (int len = 0; len <= 20; len++) {
     DString p(std::string(static_cast<size_t>(len), 'p').c_str());
     int padded = p.Padding('#', 8);

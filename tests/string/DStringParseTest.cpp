@@ -139,6 +139,9 @@ TEST(DStringParse, RawByteSearchesStayInsideTheBlock) {
   EXPECT_EQ(s.memstr("b\0c", 3, 8), 5);
   EXPECT_EQ(s.memstr("bc", 2, 8), 2);
   EXPECT_EQ(s.memstr("bc", 2, 2), -1);
+  // After a failed candidate the count left reaches one byte past the first n.
+  EXPECT_EQ(DString("aXab").memstr("ab", 2, 2), 2);
+  EXPECT_EQ(DString("aXab").memstr("ab", 2, 1), -1);
   EXPECT_EQ(s.memstr("zz", 2, 1 << 20), -1);
   EXPECT_EQ(DString().memstr("a", 1, 10), -1);
   EXPECT_EQ(s.search("bc"), -1);

@@ -59,6 +59,17 @@ TEST(DStringWords, CodepageOfTheWords) {
   EXPECT_EQ(v[1].GetCodepage(), 65001);  // the tail keeps a new string's default
   s.Separa_En_Palabras(",", v, -1, false, 28591);
   EXPECT_EQ(v[0].GetCodepage(), 28591);
+  // Each word but the tail starts as a one-character block and grows as its
+  // text is copied in; the tail is assigned, exactly.
+  DString t("abcdefghij,abcdefghijklmnopqrst,xy");
+  t.Separa_En_Palabras(",", v);
+  ASSERT_EQ(v.numero, 3);
+  DString one;
+  one.Incre_A(1, true);
+  EXPECT_EQ(v[0].clentot(), one.clentot());
+  one.Incre_A(20, true);
+  EXPECT_EQ(v[1].clentot(), one.clentot());
+  EXPECT_EQ(v[2].clentot(), 3);
 }
 
 TEST(DStringWords, WordsKeepingTheirSeparators) {
