@@ -58,9 +58,11 @@ bool TFitxUtils::Move_File(const TStringNomFitx& src, const TStringNomFitx& dst)
 
 namespace {
 
+// Every entry of `folder`; an empty folder is the working folder ("*.*"),
+// never the root that "/" + "*.*" would name.
 TStringNomFitx all_entries(const TStringNomFitx& folder) {
   TStringNomFitx p(folder);
-  if (p.Ultimo_Caracter() != '/') p += "/";
+  if (!p.IsEmpty() && p.Ultimo_Caracter() != '/') p += "/";
   p += "*.*";
   return p;
 }
@@ -73,6 +75,8 @@ bool is_dot_entry(const TStringNomFitx& path) {
 }  // namespace
 
 bool TFitxUtils::Borra_Carpeta(const TStringNomFitx& name) {
+  // No name names no folder: nothing is removed.
+  if (name.IsEmpty()) return false;
   TIteradorFitx it(all_entries(name));
   while (it.Siguiente()) {
     if (is_dot_entry(it.fitx)) continue;
@@ -84,6 +88,7 @@ bool TFitxUtils::Borra_Carpeta(const TStringNomFitx& name) {
 
 int TFitxUtils::Num_Files_Carpeta(const TStringNomFitx& name) {
   int n = 0;
+  if (name.IsEmpty()) return 0;
   TIteradorFitx it(all_entries(name));
   while (it.Siguiente()) {
     if (is_dot_entry(it.fitx)) continue;

@@ -167,8 +167,11 @@ void TStringNomFitx::Set_Path_del_Fitx(const TStringNomFitx& other) {
   string t = c_str();
   string old_folder = folder_of(t);
   // Joined rather than glued with a bare "/": a reference name without a
-  // folder must not turn a relative name into one under the root.
-  *this = join(folder_of(S(other.c_str())), name_of(t)).c_str();
+  // folder must not turn a relative name into one under the root, while one
+  // right under the root puts it there.
+  string of = folder_of(S(other.c_str()));
+  if (of.empty() && other.c_str()[0] == '/') of = "/";
+  *this = join(of, name_of(t)).c_str();
   if (!old_folder.empty()) cd(old_folder.c_str(), true);
 }
 

@@ -100,4 +100,28 @@ TEST_F(FitxUtilsTest, DeletesFilesByPrefixAndExtension) {
                                                 tmp / "map5", tmp / "sub/map6.tmp"}));
 }
 
+// A pattern without a folder works in the working folder, never in the
+// root; an empty folder name counts and removes nothing.
+TEST_F(FitxUtilsTest, NoFolderMeansTheWorkingFolder) {
+  ASSERT_TRUE(tmp.Make({"sub/", "zq1.tmpq", "zq2.tmpq", "keep.txt"}));
+  char before[4096];
+  ASSERT_NE(getcwd(before, sizeof before), nullptr);
+  ASSERT_EQ(chdir(tmp.path().c_str()), 0);
+  Vector<TStringNomFitx> listed(10, 10, true);
+  const bool listed_ok = TFitxUtils::Files_Carpeta(N(""), listed, false, false);
+  const bool deleted = TFitxUtils::Delete_Files(N("zq*.tmpq"));
+  const bool removed = TFitxUtils::Borra_Carpeta(N(""));
+  const int counted = TFitxUtils::Num_Files_Carpeta(N(""));
+  ASSERT_EQ(chdir(before), 0);
+  EXPECT_TRUE(listed_ok);
+  EXPECT_EQ(names(listed), (std::set<std::string>{"sub", "zq1.tmpq", "zq2.tmpq", "keep.txt"}));
+  EXPECT_TRUE(deleted);
+  EXPECT_FALSE(tmp.Exists("zq1.tmpq"));
+  EXPECT_FALSE(tmp.Exists("zq2.tmpq"));
+  EXPECT_FALSE(removed);
+  EXPECT_EQ(counted, 0);
+  EXPECT_TRUE(tmp.Exists("keep.txt"));
+  EXPECT_TRUE(tmp.Exists("sub"));
+}
+
 }  // namespace

@@ -45,6 +45,8 @@ TEST(StringNomFitx, EditingOperations) {
        "/data/sub/x.shp"},
       {"../x", [](TStringNomFitx& n) { n.Set_Path_del_Fitx(TStringNomFitx("/d/m/m")); }, "/d/x"},
       {"/k/x", [](TStringNomFitx& n) { n.Set_Path_del_Fitx(TStringNomFitx("/d/m")); }, "/k/x"},
+      {"a.dbf", [](TStringNomFitx& n) { n.Set_Path_del_Fitx(TStringNomFitx("/f.shp")); }, "/a.dbf"},
+      {"a.dbf", [](TStringNomFitx& n) { n.Set_Path_del_Fitx(TStringNomFitx("f.shp")); }, "a.dbf"},
       {"/base/", [](TStringNomFitx& n) { n.Anyade_ConPathFitx(TStringNomFitx("in/n")); },
        "/base/in/n"},
       {"maps/a", [](TStringNomFitx& n) { n.Set_Path_Volume("Disk"); }, "/Volumes/Disk/maps/a/"},
