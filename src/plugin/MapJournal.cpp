@@ -115,6 +115,15 @@ bool LeeDiario(TFicheroITV& j, Leido& d, DString& msg) {
   return true;
 }
 
+// Opens the journal `nombre` into `j` and reads it as LeeDiario does.
+bool AbreYLeeDiario(const DString& nombre, TFicheroITV& j, Leido& d, DString& msg) {
+  if (!j.Abre(TStringNomFitx(nombre), kModoLeerDiario, nullptr)) {
+    msg = mapio::Mensaje("read", nombre.c_str(), j.ErrnoSistema());
+    return false;
+  }
+  return LeeDiario(j, d, msg);
+}
+
 // Copies n bytes from `de` at `desde` to `a` at `hacia`, a block at a time.
 bool Copia(TFicheroITV& de, long long desde, TFicheroITV& a, long long hacia, long long n,
            std::vector<unsigned char>& buf, DString& msg) {
@@ -539,12 +548,8 @@ bool TDiarioMapa::Anyade(const unsigned char* registro, size_t n, long long offs
 bool TDiarioMapa::Aplica(TFicheroITV& shp, TFicheroITV& shx, DString& msg) {
   if (clase_ == diario::kAnyadidos && !SincronizaDiario(msg)) return false;
   TFicheroITV j;
-  if (!j.Abre(TStringNomFitx(nombre_), kModoLeerDiario, nullptr)) {
-    msg = mapio::Mensaje("read", nombre_.c_str(), j.ErrnoSistema());
-    return false;
-  }
   Leido d;
-  if (!LeeDiario(j, d, msg)) return false;
+  if (!AbreYLeeDiario(nombre_, j, d, msg)) return false;
   if (!d.valido) {
     msg = mapio::Mensaje("read", nombre_.c_str(), 0, "the journal does not read back whole");
     return false;
@@ -593,12 +598,8 @@ bool TDiarioMapa::Recupera(const DString& path_shp, TRecuperado& que, DString& m
   TSistemaFicheros& sf = SistemaFicheros();
   if (sf.Tipo(nombre.c_str()) != TSistemaFicheros::kRegular) return true;
   TFicheroITV j;
-  if (!j.Abre(TStringNomFitx(nombre), kModoLeerDiario, nullptr)) {
-    msg = mapio::Mensaje("read", nombre.c_str(), j.ErrnoSistema());
-    return false;
-  }
   Leido d;
-  if (!LeeDiario(j, d, msg)) return false;
+  if (!AbreYLeeDiario(nombre, j, d, msg)) return false;
   if (d.valido && d.clase == diario::kSustituye) {
     // The copies were whole and durable before this journal was: each one
     // still there takes its file's place.
