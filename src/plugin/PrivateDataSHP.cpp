@@ -149,14 +149,19 @@ bool TPrivateDataSHP::Abre(bool escribir, DString& msg) {
 
   int modo = escribir ? kModoLeerEscribirMapa : kModoLeerMapa;
   if (!shp_.Abre(nombre_shp, modo, nullptr)) {
-    msg = escribir ? FormatoFichero(fmt_save, "Error: Cannot open %s for saving.", path_.c_str())
+    msg = escribir ? MensajeSinEscritura(false)
                    : FormatoFichero(fmt_open, "Error: File %s not found.", path_.c_str());
     return false;
   }
   shx_abierto_ = shx_.Abre(nombre_shx, modo, nullptr);
   if (shx_abierto_ || !escribir) return true;
-  msg = FormatoFichero(fmt_open, "Error: File %s not found.", nombre_shx.c_str());
+  msg = MensajeSinEscritura(true);
   return false;
+}
+
+DString TPrivateDataSHP::MensajeSinEscritura(bool shx) const {
+  return shx ? FormatoFichero(fmt_open, "Error: File %s not found.", NombreShx(path_).c_str())
+             : FormatoFichero(fmt_save, "Error: Cannot open %s for saving.", path_.c_str());
 }
 
 bool TPrivateDataSHP::Crea(DString& msg) {
@@ -225,8 +230,7 @@ bool TPrivateDataSHP::PasaAEscritura(DString& msg) {
                            "the system refused to close it");
       return false;
     }
-    msg = i == 0 ? FormatoFichero(fmt_save, "Error: Cannot open %s for saving.", path_.c_str())
-                 : FormatoFichero(fmt_open, "Error: File %s not found.", nombres[1].c_str());
+    msg = MensajeSinEscritura(i == 1);
     return false;
   }
   if (!HazBackups(msg)) return false;

@@ -155,6 +155,8 @@ class TPrivateDataSHP {
   std::vector<unsigned char>& Bloque() { return bloque_; }
 
  private:
+  // What the format says of a map file that cannot be opened for writing.
+  DString MensajeSinEscritura(bool shx) const;
   // What a change may alter in memory, put back when it fails.
   struct TFoto {
     unsigned char cabecera[100];
